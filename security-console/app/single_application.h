@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QApplication>
+#include <QSharedMemory>
+
+class QTimer;
+
+// One instance per user: the first process creates the 20-byte segment "zorvikdashboard"
+// and polls it every 100 ms for a command ("raise" or "exit") written by a later start.
+class SingleApplication : public QApplication
+{
+    Q_OBJECT
+public:
+    static const char* const raise_command;
+    static const char* const close_command;
+    static const int segmentSize = 20;
+
+    SingleApplication(int& argc, char** argv);
+    ~SingleApplication() override;
+
+    QString memoryName() const;
+    bool isAppRunning();
+    void sendCommand(const char* command);
+    int closeApplication();
+    void detach();
+
+signals:
+    void raiseApp();
+
+public slots:
+    void readCommand();
+
+private:
+    QSharedMemory sharedMemory;
+    QTimer* read_timer = nullptr;
+};

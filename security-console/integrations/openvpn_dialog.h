@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QDialog>
+#include <QMap>
+#include <QStringList>
+
+class QComboBox;
+class QLineEdit;
+class QDialogButtonBox;
+
+// Describes one OpenVPN connection: name, server address, port, CA file and the key's
+// certificate to use.
+class OpenVPNDialog : public QDialog
+{
+    Q_OBJECT
+public:
+    OpenVPNDialog(const QString& configDir, const QString& name, const QString& port,
+                  const QMap<QString, QString>& certs, QWidget* parent = nullptr);
+
+    // The serialized id of the chosen certificate.
+    QString cert() const;
+    // The texts of the name, address, port and CA fields, in that order.
+    QStringList fieldTexts() const;
+
+public slots:
+    void slotChanged(const QString& text);
+    void slotBrowse();
+    void slotOk();
+
+private:
+    QString configDir;
+    QMap<QString, QString> certs;
+    QLineEdit* nameEdit = nullptr;
+    QLineEdit* addressEdit = nullptr;
+    QLineEdit* portEdit = nullptr;
+    QLineEdit* caEdit = nullptr;
+    QComboBox* certCombo = nullptr;
+    QDialogButtonBox* buttonBox = nullptr;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QString>
+
+// The program's one seam to the operating system: everything whose answer differs
+// between macOS and Linux is asked here.
+namespace OsPlatform {
+
+// The Macintosh version code (1 = Mac OS 9 ... 10 = 10.8, later systems higher); 0 on
+// systems that are not macOS.
+int macVersionCode();
+
+// Service addresses, without a trailing slash. Production defaults, overridable for the
+// bench and the tests by ZORVIK_KEYSERVICE_URL, ZORVIK_UPDATE_URL, ZORVIK_CHANGELOG_URL
+// and ZORVIK_SUPPORT_URL.
+QString keyServiceUrl();
+QString updateApiUrl();
+QString changeLogUrl();
+QString supportUrl();
+// Extra trusted CA certificates (PEM) for HTTPS, from ZORVIK_EXTRA_CA; empty when unset.
+QString extraCaFile();
+
+// Per-user configuration directory of the Zorvik software.
+QString configDir();
+
+} // namespace OsPlatform

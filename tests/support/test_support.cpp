@@ -1,0 +1,65 @@
+#include "test_support.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+TestHome::TestHome()
+{
+    QDir(dir.path()).mkpath("logs");
+    QDir(dir.path()).mkpath("syslogs");
+    QDir(dir.path()).mkpath("tmp");
+    QDir(dir.path()).mkpath("config");
+    QDir(dir.path()).mkpath("home");
+}
+
+QProcessEnvironment TestHome::environment() const
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("ZORVIK_LOG_DIR", logDir());
+    env.insert("ZORVIK_SYSTEM_LOG_DIR", systemLogDir());
+    env.insert("XDG_CONFIG_HOME", dir.path() + "/config");
+    env.insert("HOME", dir.path() + "/home");
+    // QSharedMemory derives its native key from the temporary directory, so a private
+    // TMPDIR gives the test its own single-instance channel.
+    env.insert("TMPDIR", dir.path() + "/tmp");
+    if (!env.contains("QT_QPA_PLATFORM"))
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+    return env;
+}
+
+void TestHome::apply() const
+{
+    const QProcessEnvironment env = environment();
+    for (const QString& key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR"})
+        qputenv(key.toLocal8Bit(), env.value(key).toLocal8Bit());
+}
+
+QString TestHome::readLog() const
+{
+    QFile f(userLog());
+    if (!f.open(QIODevice::ReadOnly))
+        return QString();
+    return QString::fromUtf8(f.readAll());
+}
+
+bool TestHome::waitForLog(const QString& text, int ms) const
+{
+    QElapsedTimer t;
+    t.start();
+    while (t.elapsed() < ms) {
+        if (readLog().contains(text))
+            return true;
+        QTest::qWait(20);
+    }
+    return readLog().contains(text);
+}
+
+int countLines(const QString& text, const QString& needle)
+{
+    int n = 0;
+    for (const QString& line : text.split('\n'))
+        if (line.contains(needle))
+            ++n;
+    return n;
+}

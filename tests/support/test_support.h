@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// A private home for one test: its own log directories, config and temp directory, so
+// tests never touch the user's files nor each other's single-instance channel.
+class TestHome
+{
+public:
+    TestHome();
+    bool isValid() const { return dir.isValid(); }
+    QString path() const { return dir.path(); }
+    QString logDir() const { return dir.path() + "/logs"; }
+    QString systemLogDir() const { return dir.path() + "/syslogs"; }
+    QString userLog() const { return logDir() + "/dashboard.log"; }
+    // The environment for a child process (and, with apply(), for this process).
+    QProcessEnvironment environment() const;
+    void apply() const;
+    // Everything logged so far in the user log.
+    QString readLog() const;
+    // Waits until the user log contains `text` (up to `ms`).
+    bool waitForLog(const QString& text, int ms = 10000) const;
+
+private:
+    QTemporaryDir dir;
+};
+
+// Lines of `text` that contain `needle`.
+int countLines(const QString& text, const QString& needle);
