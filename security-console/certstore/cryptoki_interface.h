@@ -1,0 +1,43 @@
+#pragma once
+
+#include "cryptoki_storage_item.h"
+
+#include <QObject>
+#include <QString>
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+class QWidget;
+
+// The program's door to the key's PKCS#11 module: lists, imports and removes objects.
+// Lives on the certificate storage thread.
+class CryptokiInterface : public QObject
+{
+    Q_OBJECT
+public:
+    explicit CryptokiInterface(QObject* parent = nullptr);
+    ~CryptokiInterface() override;
+
+    void whaitForToken(int ms);
+    bool certExist(const char* der, int length);
+
+    // Reads a PKCS#12 file (asking for its password when it has one). On failure errorText
+    // holds the message to show, or is empty when the user cancelled.
+    static bool readP12(QString path, EVP_PKEY** key, X509** cert, QString* friendlyName, QWidget* parent,
+                        QString* errorText);
+
+signals:
+    void certificates(QList<CryptokiStorageItem> certs);
+    void noTokenFound();
+    void importFinished();
+    void error(QString message, int index);
+    void cannotGetCertificates(int code, int tokenStatus);
+
+public slots:
+    void slotGetCertificates();
+    void importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, QString tokenpassword, QString friendlyName);
+    void removeCertificate(const QByteArray& pkcs11id, QString tokenpassword);
+};
+
+QString CryptokiErrorString(unsigned long code);
