@@ -1,0 +1,82 @@
+#include "certificate_details_dialog.h"
+
+#include "ui_certificate_details_dialog.h"
+
+#include "certificate_storage.h"
+#include "log.h"
+#include "process_helpers.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QHideEvent>
+#include <QProcess>
+#include <QSslCertificateExtension>
+
+namespace {
+const QString kValue = "<span style=\"font-size: 10pt\">%1</span>";
+
+void show(QLabel* label, const QString& text)
+{
+    label->setText(kValue.arg(text.toHtmlEscaped()));
+}
+} // namespace
+
+CertificateDetailsDialog::CertificateDetailsDialog(const QByteArray& pkcs11id, const QString& label,
+                                                   const QSslCertificate& certificate, QWidget* parent)
+    : QDialog(parent), ui(new Ui::CertificateDetailsDialog), der(certificate.toDer())
+{
+    ui->setupUi(this);
+    setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
+    ui->inspectButton->hide();
+    connect(ui->inspectButton, &QPushButton::clicked, this, &CertificateDetailsDialog::viewNativeButton);
+
+    const QString type = isCertValid(certificate)
+                             ? QCoreApplication::translate("Certificate info", "X509 Certificate")
+                             : QCoreApplication::translate("Certificate info", "X509 Certificate <strong>[Invalid]</strong>");
+    ui->typeLabel->setText(kValue.arg(type));
+    show(ui->pkcs11IDLabel, hexlify(pkcs11id));
+    show(ui->pkcs11Label, label);
+    show(ui->ownerCNLabel, certificate.subjectInfo(QSslCertificate::CommonName).join(", "));
+    show(ui->ownerOLabel, certificate.subjectInfo(QSslCertificate::Organization).join(", "));
+    show(ui->ownerOULabel, certificate.subjectInfo(QSslCertificate::OrganizationalUnitName).join(", "));
+    show(ui->ownerSNLabel, QString::fromLatin1(certificate.serialNumber()).toUpper());
+    show(ui->issuerCNLabel, certificate.issuerInfo(QSslCertificate::CommonName).join(", "));
+    show(ui->issuerOLabel, certificate.issuerInfo(QSslCertificate::Organization).join(", "));
+    show(ui->issuerOULabel, certificate.issuerInfo(QSslCertificate::OrganizationalUnitName).join(", "));
+    show(ui->issuedOnLabel, certificate.effectiveDate().toString("dd-MMM-yyyy"));
+    show(ui->expiresOnLabel, certificate.expiryDate().toString("dd-MMM-yyyy"));
+    show(ui->sha1Label, hexlify(certificate.digest(QCryptographicHash::Sha1)));
+    show(ui->md5Label, hexlify(certificate.digest(QCryptographicHash::Md5)));
+    const auto san = certificate.subjectAlternativeNames();
+    QStringList names = san.values(QSsl::EmailEntry);
+    names += san.values(QSsl::DnsEntry);
+    show(ui->SANLabel, names.join(";"));
+    show(ui->EKU_label, CryptokiStorage::getEKU(der));
+    resize(sizeHint());
+}
+
+CertificateDetailsDialog::~CertificateDetailsDialog()
+{
+    delete ui;
+}
+
+void CertificateDetailsDialog::viewNativeButton()
+{
+    Log::print(Log::DEBUG, "CertificateDetailsDialog::viewNativeButton()");
+    tempPath = QDir::homePath() + QDir::separator() + "temp.cer";
+    QFile file(tempPath);
+    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        file.write(der);
+        file.close();
+    }
+    // No certificate viewer is configured on this platform.
+    QProcess::execute(QString(), {});
+}
+
+void CertificateDetailsDialog::hideEvent(QHideEvent* event)
+{
+    if (!tempPath.isEmpty())
+        QFile::remove(tempPath);
+    event->accept();
+}
