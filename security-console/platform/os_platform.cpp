@@ -46,6 +46,11 @@ QString supportUrl()
     return fromEnv("ZORVIK_SUPPORT_URL", "https://support.zorvik.com");
 }
 
+QString proxyTestUrl()
+{
+    return "https://www.zorvik.com/";
+}
+
 QString extraCaFile()
 {
     return qEnvironmentVariable("ZORVIK_EXTRA_CA");

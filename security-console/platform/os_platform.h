@@ -17,6 +17,9 @@ QString keyServiceUrl();
 QString updateApiUrl();
 QString changeLogUrl();
 QString supportUrl();
+// A fixed public web address, used only to ask the system how it would reach the web
+// (proxy diagnostics); nothing is sent to it.
+QString proxyTestUrl();
 // Extra trusted CA certificates (PEM) for HTTPS, from ZORVIK_EXTRA_CA; empty when unset.
 QString extraCaFile();
 
