@@ -16,7 +16,7 @@
 namespace {
 const QString kValue = "<span style=\"font-size: 10pt\">%1</span>";
 
-void show(QLabel* label, const QString& text)
+void setValue(QLabel* label, const QString& text)
 {
     label->setText(kValue.arg(text.toHtmlEscaped()));
 }
@@ -35,24 +35,24 @@ CertificateDetailsDialog::CertificateDetailsDialog(const QByteArray& pkcs11id, c
                              ? QCoreApplication::translate("Certificate info", "X509 Certificate")
                              : QCoreApplication::translate("Certificate info", "X509 Certificate <strong>[Invalid]</strong>");
     ui->typeLabel->setText(kValue.arg(type));
-    show(ui->pkcs11IDLabel, hexlify(pkcs11id));
-    show(ui->pkcs11Label, label);
-    show(ui->ownerCNLabel, certificate.subjectInfo(QSslCertificate::CommonName).join(", "));
-    show(ui->ownerOLabel, certificate.subjectInfo(QSslCertificate::Organization).join(", "));
-    show(ui->ownerOULabel, certificate.subjectInfo(QSslCertificate::OrganizationalUnitName).join(", "));
-    show(ui->ownerSNLabel, QString::fromLatin1(certificate.serialNumber()).toUpper());
-    show(ui->issuerCNLabel, certificate.issuerInfo(QSslCertificate::CommonName).join(", "));
-    show(ui->issuerOLabel, certificate.issuerInfo(QSslCertificate::Organization).join(", "));
-    show(ui->issuerOULabel, certificate.issuerInfo(QSslCertificate::OrganizationalUnitName).join(", "));
-    show(ui->issuedOnLabel, certificate.effectiveDate().toString("dd-MMM-yyyy"));
-    show(ui->expiresOnLabel, certificate.expiryDate().toString("dd-MMM-yyyy"));
-    show(ui->sha1Label, hexlify(certificate.digest(QCryptographicHash::Sha1)));
-    show(ui->md5Label, hexlify(certificate.digest(QCryptographicHash::Md5)));
+    setValue(ui->pkcs11IDLabel, hexlify(pkcs11id));
+    setValue(ui->pkcs11Label, label);
+    setValue(ui->ownerCNLabel, certificate.subjectInfo(QSslCertificate::CommonName).join(", "));
+    setValue(ui->ownerOLabel, certificate.subjectInfo(QSslCertificate::Organization).join(", "));
+    setValue(ui->ownerOULabel, certificate.subjectInfo(QSslCertificate::OrganizationalUnitName).join(", "));
+    setValue(ui->ownerSNLabel, QString::fromLatin1(certificate.serialNumber()).toUpper());
+    setValue(ui->issuerCNLabel, certificate.issuerInfo(QSslCertificate::CommonName).join(", "));
+    setValue(ui->issuerOLabel, certificate.issuerInfo(QSslCertificate::Organization).join(", "));
+    setValue(ui->issuerOULabel, certificate.issuerInfo(QSslCertificate::OrganizationalUnitName).join(", "));
+    setValue(ui->issuedOnLabel, certificate.effectiveDate().toString("dd-MMM-yyyy"));
+    setValue(ui->expiresOnLabel, certificate.expiryDate().toString("dd-MMM-yyyy"));
+    setValue(ui->sha1Label, hexlify(certificate.digest(QCryptographicHash::Sha1)));
+    setValue(ui->md5Label, hexlify(certificate.digest(QCryptographicHash::Md5)));
     const auto san = certificate.subjectAlternativeNames();
     QStringList names = san.values(QSsl::EmailEntry);
     names += san.values(QSsl::DnsEntry);
-    show(ui->SANLabel, names.join(";"));
-    show(ui->EKU_label, CryptokiStorage::getEKU(der));
+    setValue(ui->SANLabel, names.join(";"));
+    setValue(ui->EKU_label, CryptokiStorage::getEKU(der));
     resize(sizeHint());
 }
 

@@ -1,0 +1,224 @@
+// The Solutions tab: the Security Pack's applications, the programs it secures and the help
+// links. Link commands of its labels arrive at slotApplicationActivated().
+#include "dashboard_window.h"
+
+#include "ui_dashboard_window.h"
+
+#include "application_installer.h"
+#include "check_updates.h"
+#include "log.h"
+#include "modal_seam.h"
+#include "process_helpers.h"
+#include "sp_components.h"
+
+#include <QDesktopServices>
+#include <QMessageBox>
+#include <QProcess>
+#include <QUrl>
+
+namespace {
+const QString kHelpLink = "<a href=\"%1\" style=\"font-size: 12pt; color: #1d86c7; text-decoration: none;\">%2</a>";
+const QString kIconLink = "<a href=\"%1\"><img src=\"%2\"/></a>";
+const QString kVaultryGuideLink = "https://www.zorvik.com/documentation/ZorvikVaultryMac.pdf";
+const QString kRelayonGuideLink = "https://www.zorvik.com/docs/Relayon/";
+const QString kProductStr = "Zorvik Security Pack";
+} // namespace
+
+void DashboardWindow::updateSolutions()
+{
+    Log::print(Log::DEBUG, "Updating solutions");
+    ui->vaultry_icon->setText(kIconLink.arg("run-Vaultry", ":/Icons/images/storage64.png"));
+    ui->vaultry_status->setText(kHelpLink.arg(kVaultryGuideLink, "User Guide"));
+    ui->qvradius_icon->setText(kIconLink.arg("run-Relayon", ":/Icons/images/Zorvik64.png"));
+    ui->relayon_status->setText(kHelpLink.arg(kRelayonGuideLink, "User Guide"));
+    if (!components->openVPNInstalled)
+        ui->openvpn_status->setText(kHelpLink.arg("setup-openvpn", "Setup"));
+    else
+        ui->openvpn_status->setText(kHelpLink.arg("configure-openvpn-cryptoki", "Add a connection"));
+}
+
+void DashboardWindow::updateApplications()
+{
+    components->Update();
+}
+
+void DashboardWindow::updateApplicationsFull()
+{
+    components->thunderbirdCheckRequested = true;
+    components->Update();
+}
+
+void DashboardWindow::slotApplicationActivated(QString link)
+{
+    Log::print(Log::DEBUG, "Application Activated = " + link);
+    if (link.startsWith("http://") || link.startsWith("https://")) {
+        Log::print(Log::DEBUG, "Opening url: " + link);
+        QDesktopServices::openUrl(QUrl(link));
+    } else if (link.startsWith("run-")) {
+        const QString rest = link.mid(4);
+        Log::print(Log::DEBUG, "Running app " + rest);
+        if (rest == "Vaultry")
+            components->runVaultry();
+        else if (rest == "Relayon")
+            components->runRelayon();
+    } else if (link.startsWith("configure-")) {
+        const QString rest = link.mid(10);
+        Log::print(Log::DEBUG, "Configure app " + rest);
+        if (rest == "openvpn-cryptoki") {
+            if (!tokenPresent) {
+                QMessageBox box(QMessageBox::Warning, tr("Configuring OpenVPN"),
+                                tr("Please present your Vantrel to configure OpenVPN."), QMessageBox::Ok, this);
+                ModalSeam::exec(&box);
+            } else {
+                if (!haveCertificateList)
+                    updateCertificates();
+                components->configureOpenVPN(this);
+            }
+        }
+    } else if (link.startsWith("report-")) {
+        Log::print(Log::DEBUG, "Not found app " + link.mid(7));
+        QMessageBox box(QMessageBox::Critical, tr("Zorvik Dashboard"),
+                        tr("%1 was not installed properly. Do you wish to reinstall %2?").arg(kProductStr, kProductStr),
+                        QMessageBox::Yes | QMessageBox::No, this);
+        if (ModalSeam::exec(&box) == QMessageBox::Yes)
+            repairSP();
+    } else if (link.startsWith("setup-")) {
+        const QString rest = link.mid(6);
+        QString title;
+        QString text;
+        if (rest == "mozilla-firefox") {
+            title = tr("Zorvik security certificates support for Mozilla Firefox");
+            text = tr("<p>You should have Mozilla Firefox installed to enable Zorvik security certificates support."
+                      "<p>Please download and install the program here: ") +
+                   "<a href=\"https://www.mozilla.org/firefox/\">mozilla.org/firefox</a>";
+        } else if (rest == "mozilla-thunderbird") {
+            title = tr("Secure email support for Mozilla Thunderbird");
+            text = tr("<p>You should have Mozilla Thunderbird installed to enable secure email."
+                      "<p>Please download and install the program here: ") +
+                   "<a href=\"https://www.thunderbird.net/\">thunderbird.net</a>";
+        } else if (rest == "openvpn") {
+            title = tr("Zorvik support for OpenVPN");
+            text = tr("<p>You should have OpenVPN installed to enable secure VPN."
+                      "<p>Please download and install the program here: ") +
+                   "<a href=\"https://openvpn.net/index.php/open-source/downloads.html\">openvpn.net</a>";
+        }
+        if (!title.isEmpty()) {
+            QMessageBox box(QMessageBox::Information, title, text, QMessageBox::Ok, this);
+            box.setTextFormat(Qt::RichText);
+            ModalSeam::exec(&box);
+        }
+    } else if (link.startsWith("InkfoldLink")) {
+        if (!QProcess::startDetached("/usr/bin/open",
+                                     {"-a", "Firefox", "https://www.zorvik.com/products/inkfold"}))
+            Log::print(Log::DEBUG, "Failed to start Firefox");
+        else
+            Log::print(Log::DEBUG, "Firefox has been started");
+    } else if (link.startsWith("enable-chrome-extension")) {
+        QProcess::startDetached(components->getChromePath(), {"https://support.zorvik.com/604.html#chrome"});
+    } else if (link.startsWith("install-chrome-extension")) {
+        QProcess::startDetached(components->getChromePath(),
+                                {"https://chrome.google.com/webstore/detail/zorvik/"});
+        hide();
+    }
+}
+
+void DashboardWindow::slotComponentError(QString message)
+{
+    Log::print(Log::DEBUG, "ComponentError " + message);
+    QMessageBox box(QMessageBox::Critical, tr("%1 message", "Application messages").arg("Zorvik Dashboard"), message,
+                    QMessageBox::Ok, this);
+    ModalSeam::exec(&box);
+}
+
+void DashboardWindow::repairSP()
+{
+    Log::print(Log::DEBUG, "repairSP ");
+    downloadAndInstall(checkUpdates->packageUrl);
+}
+
+void DashboardWindow::downloadAndInstall(const QString& url)
+{
+    Log::print(Log::DEBUG, "downloadAndInstall " + url);
+    if (url.isEmpty())
+        return;
+    errorBox(this, tr("Cannot download Zorvik Installation Package. Please try again later or contact Zorvik support"));
+    updateSolutions();
+}
+
+void DashboardWindow::pspInstalled()
+{
+    components->Update();
+}
+
+void DashboardWindow::pspInstallationFailed()
+{
+    Log::print(Log::DEBUG, "installation failed");
+}
+
+// ---------------------------------------------------------------------------------------
+// Updates and support (the help menu of this tab)
+
+void DashboardWindow::slotCheckSPUpdates()
+{
+    checkUpdates->Check(false);
+}
+
+void DashboardWindow::slotCheckUpdatesButton()
+{
+    checkUpdates->Check(true);
+}
+
+void DashboardWindow::slotSPUpdatesChecked(bool interactive)
+{
+    updateAvailable = checkUpdates->updateAvailable;
+    updateTrayIcon();
+    if (!interactive)
+        return;
+    if (!updateAvailable) {
+        QMessageBox box(QMessageBox::Information, tr("Zorvik Dashboard"),
+                        tr("You already have the latest version of Zorvik Security Pack installed."),
+                        QMessageBox::Ok, this);
+        ModalSeam::exec(&box);
+    } else {
+        slotAskForUpdateSP();
+    }
+}
+
+void DashboardWindow::slotAskForUpdateSP()
+{
+    QMessageBox box(QMessageBox::Question, tr("Zorvik Dashboard"),
+                    tr("A new version %1 of Zorvik Security Pack is available. Do you want to install it?")
+                        .arg(checkUpdates->version),
+                    QMessageBox::Yes | QMessageBox::No, this);
+    if (ModalSeam::exec(&box) == QMessageBox::Yes)
+        downloadAndInstall(checkUpdates->packageUrl);
+}
+
+void DashboardWindow::slotAbout()
+{
+    QMessageBox box(QMessageBox::Information, tr("About %1").arg("Zorvik Dashboard"),
+                    tr("Version %1").arg("3.4.375"), QMessageBox::Ok, this);
+    box.setIconPixmap(QPixmap(":/Icons/images/tokenicon.png").scaled(64, 64));
+    ModalSeam::exec(&box);
+}
+
+void DashboardWindow::slotHelpButton()
+{
+    QDesktopServices::openUrl(QUrl("https://www.zorvik.com/docs/SecurityPack/"));
+}
+
+void DashboardWindow::slotSupportButton()
+{
+    Log::print(Log::DEBUG, "slotSupportButton");
+}
+
+void DashboardWindow::slotSupportError(QString message)
+{
+    errorBox(this, message);
+}
+
+void DashboardWindow::slotSupportSent(QString ticket)
+{
+    QMessageBox box(QMessageBox::Information, tr("Zorvik Dashboard"), ticket, QMessageBox::Ok, this);
+    ModalSeam::exec(&box);
+}
