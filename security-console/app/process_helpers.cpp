@@ -92,7 +92,10 @@ QString getEnvVar(QString name)
     const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     if (!env.contains(name))
         return QString();
-    const QString value = env.value(name, "");
+    // A variable set to nothing is an empty text, not a null one: null means "not set".
+    QString value = env.value(name);
+    if (value.isNull())
+        value = QLatin1String("");
     Log::print(Log::DEBUG, QString("getEnvVar %1=%2").arg(name, value));
     return value;
 }
