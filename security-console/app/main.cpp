@@ -11,9 +11,9 @@ int main(int argc, char** argv)
     QDir libDir(QString::fromLocal8Bit(argv[0]));
     Log::print(Log::WARNING, "libdir:");
     Log::print(Log::WARNING, libDir.absolutePath());
-    // <bundle>/Contents/MacOS/<exe> -> <bundle>/Contents/PlugIns. The path is worked out as
-    // text: QDir::cd() refuses to go through the executable, which is no directory.
-    const QString plugins = QDir::cleanPath(libDir.absolutePath() + "/../../PlugIns");
+    QDir pluginDir(libDir);
+    pluginDir.cd("../..");
+    const QString plugins = QDir(pluginDir.absolutePath() + "/PlugIns").absolutePath();
     Log::print(Log::WARNING, plugins);
     QCoreApplication::addLibraryPath(plugins);
 
