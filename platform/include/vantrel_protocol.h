@@ -25,7 +25,7 @@ extern "C" {
 
 /* Proprietary class and instructions, valid only after a successful SELECT. */
 #define VANTREL_CLA 0x80
-/* 80 10 00 00 00 -> status record (below) + 90 00 */
+/* 80 10 00 00 00 -> status record (below) + 90 00; 6F 00 when the key cannot read it */
 #define VANTREL_INS_GET_STATUS 0x10
 /* 80 20 00 00 Lc <ticket bytes> 00 -> 32-byte HMAC-SHA256(key secret, ticket) + 90 00 */
 #define VANTREL_INS_AUTH_TICKET 0x20
@@ -43,6 +43,8 @@ extern "C" {
 #define VANTREL_SW_OK 0x9000
 #define VANTREL_SW_FILE_NOT_FOUND 0x6A82   /* SELECT of an unknown application */
 #define VANTREL_SW_WRONG_DATA 0x6A80
+#define VANTREL_SW_WRONG_LENGTH 0x6700     /* APDU shorter or longer than its header says */
+#define VANTREL_SW_WRONG_P1P2 0x6B00
 #define VANTREL_SW_CONDITIONS 0x6985       /* e.g. upgrade commit without begin */
 #define VANTREL_SW_INS_NOT_SUPPORTED 0x6D00
 #define VANTREL_SW_CLA_NOT_SUPPORTED 0x6E00
@@ -74,9 +76,10 @@ extern "C" {
 #define VANTREL_KEY_ACTIVE 7
 #define VANTREL_KEY_INTERNAL_ERROR 8
 
-/* ATR of the Vantrel (historical bytes spell "ZORVIK VT"). */
-#define VANTREL_ATR_BYTES 0x3B, 0x8F, 0x80, 0x01, 0x5A, 0x4F, 0x52, 0x56, 0x49, 0x4B, 0x20, 0x56, 0x54, 0x00
-#define VANTREL_ATR_LEN 14
+/* ATR of the Vantrel: T=1, ten historical bytes ("ZORVIK VT" and a status byte), then the
+ * check byte TCK (XOR of T0 .. last historical byte). */
+#define VANTREL_ATR_BYTES 0x3B, 0x8A, 0x80, 0x01, 0x5A, 0x4F, 0x52, 0x56, 0x49, 0x4B, 0x20, 0x56, 0x54, 0x00, 0x3A
+#define VANTREL_ATR_LEN 15
 
 /* The bench's per-key secret: HMAC-SHA256 key = SHA-256 of the text
  * "zorvik-bench-key:" followed by the serial number in upper-case hexadecimal.
