@@ -195,7 +195,9 @@ void WebAccess::downloadProgress(qint64 received, qint64 total)
     if (!downloadReply)
         return;
     Log::print(Log::DEBUG, QString("Web: network download progress %1/%2").arg(received).arg(total));
-    if (total > 0)
+    // Qt reports a download of unknown length once more at its end with the received size
+    // as total; only an announced length gives percentages.
+    if (total > 0 && downloadReply->header(QNetworkRequest::ContentLengthHeader).isValid())
         emit progress(static_cast<int>(received * 100 / total));
     updateDownloadedFile();
 }
