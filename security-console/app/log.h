@@ -10,7 +10,8 @@
 class Log
 {
 public:
-    enum LogLevel { EMERG = 0, ALERT = 1, CRIT = 2, ERR = 3, WARNING = 4, NOTICE = 5, INFO = 6, DEBUG = 7 };
+    // A fixed underlying type: values outside 0..7 are legal and are delivered at level 5.
+    enum LogLevel : int { EMERG = 0, ALERT = 1, CRIT = 2, ERR = 3, WARNING = 4, NOTICE = 5, INFO = 6, DEBUG = 7 };
 
     static void print(LogLevel level, const QString& text);
     static void doPrint(LogLevel level, const QString& text);
