@@ -23,6 +23,9 @@ extern "C" {
 typedef struct qvtoken_search qvtoken_search;
 typedef struct qvtoken_token qvtoken_token;
 typedef struct qvtoken_context qvtoken_context;
+typedef qvtoken_search* qvtoken_search_t;
+typedef qvtoken_token* qvtoken_token_t;
+typedef qvtoken_context* qvtoken_context_t;
 
 /* Search flags. Without QVTOKEN_SEARCH_ANY_CARD a search finds only keys that answer like
  * a Vantrel; with it, every card, and a card that is no Vantrel reports key status 1. */
