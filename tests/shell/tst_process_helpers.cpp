@@ -1,0 +1,396 @@
+// The process, environment and file helpers with real child programs and real files.
+#include "modal_seam.h"
+#include "process_helpers.h"
+#include "shell_common.h"
+#include "test_support.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QGridLayout>
+#include <QMessageBox>
+#include <QSpacerItem>
+#include <QSslCertificate>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+namespace {
+
+TestHome* gHome = nullptr;
+
+// Lines of this process's log that were written after `mark` characters.
+QStringList logSince(int mark)
+{
+    return shell::strippedLines(gHome->readLog().mid(mark));
+}
+
+int logMark()
+{
+    return gHome->readLog().size();
+}
+
+// A self-signed certificate valid from now+notBefore to now+notAfter seconds.
+QSslCertificate makeCertificate(long notBefore, long notAfter)
+{
+    using KeyPtr = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+    using CertPtr = std::unique_ptr<X509, decltype(&X509_free)>;
+    using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free)>;
+    KeyPtr key(EVP_RSA_gen(2048), EVP_PKEY_free);
+    CertPtr cert(X509_new(), X509_free);
+    if (!key || !cert)
+        return QSslCertificate();
+    X509_set_version(cert.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 1);
+    X509_gmtime_adj(X509_getm_notBefore(cert.get()), notBefore);
+    X509_gmtime_adj(X509_getm_notAfter(cert.get()), notAfter);
+    X509_NAME* name = X509_get_subject_name(cert.get());
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("shell test"), -1,
+                               -1, 0);
+    X509_set_issuer_name(cert.get(), name);
+    X509_set_pubkey(cert.get(), key.get());
+    if (X509_sign(cert.get(), key.get(), EVP_sha256()) <= 0)
+        return QSslCertificate();
+    BioPtr bio(BIO_new(BIO_s_mem()), BIO_free);
+    PEM_write_bio_X509(bio.get(), cert.get());
+    char* data = nullptr;
+    const long len = BIO_get_mem_data(bio.get(), &data);
+    return QSslCertificate(QByteArray(data, static_cast<int>(len)), QSsl::Pem);
+}
+
+} // namespace
+
+class TestProcessHelpers : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+
+    // Running programs.
+    void programPathWithBlanks_data();
+    void programPathWithBlanks();
+    void argumentsSplitHonouringQuotes();
+    void exitCodes_data();
+    void exitCodes();
+    void outputStopsAtNul();
+    void outputIsDiscardedAndInputClosed();
+    void noCardsEnvironment_data();
+    void noCardsEnvironment();
+    void adminCommandsRunNothingElevated();
+
+    // Environment, files, formatting.
+    void envVar();
+    void checkDirLogging_data();
+    void checkDirLogging();
+    void checkFile();
+    void hexlify_data();
+    void hexlify();
+    void sleepsWithNothingToWait();
+    void fixedAnswers();
+    void certificateValidity();
+
+    // The error box.
+    void errorBoxLooksRight();
+
+private:
+    QTemporaryDir tmp;
+    QString spacedDir;
+    QString tool;
+
+    QString script(const QString& name, const QByteArray& body);
+};
+
+QString TestProcessHelpers::script(const QString& name, const QByteArray& body)
+{
+    const QString path = spacedDir + "/" + name;
+    if (!shell::writeFile(path, "#!/bin/sh\n" + body))
+        return QString();
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    return path;
+}
+
+void TestProcessHelpers::initTestCase()
+{
+    QVERIFY(tmp.isValid());
+    spacedDir = tmp.path() + "/My App/bin";
+    QVERIFY(QDir().mkpath(spacedDir));
+    // Prints each argument on its own line, exits with the code given in $EXIT_WITH.
+    tool = script("tool", "for a in \"$@\"; do echo \"[$a]\"; done\nexit ${EXIT_WITH:-0}\n");
+    QVERIFY(!tool.isEmpty());
+}
+
+void TestProcessHelpers::programPathWithBlanks_data()
+{
+    QTest::addColumn<QString>("program");
+    QTest::addColumn<QString>("logged");
+    const QString quoted = "\"" + spacedDir + "/tool\"";
+    QTest::newRow("bare") << spacedDir + "/tool" << quoted;
+    QTest::newRow("surrounding blanks") << "  " + spacedDir + "/tool  " << quoted;
+    QTest::newRow("already quoted") << quoted << quoted;
+}
+
+void TestProcessHelpers::programPathWithBlanks()
+{
+    QFETCH(QString, program);
+    QFETCH(QString, logged);
+    qputenv("EXIT_WITH", "7");
+    const int mark = logMark();
+    QCOMPARE(executeCommand(program, "  one two  ", false), 7);
+    QStringList lines = logSince(mark);
+    QVERIFY2(lines.contains("DEBUG dashboard: executeCommand " + logged + " one two"), qPrintable(lines.join('\n')));
+    QVERIFY(lines.contains("DEBUG dashboard: done executeCommand " + logged + " exit code 7"));
+
+    const int mark2 = logMark();
+    QCOMPARE(executeCommandWithOutput(program, "one two", false), QString("[one]\n[two]\n"));
+    lines = logSince(mark2);
+    QVERIFY(lines.contains("DEBUG dashboard: executeCommandWithOutput " + logged + " one two"));
+    QVERIFY(lines.contains("DEBUG dashboard: done executeCommandWithOutput " + logged + " exit code 7 output size: 12"));
+    qunsetenv("EXIT_WITH");
+}
+
+void TestProcessHelpers::argumentsSplitHonouringQuotes()
+{
+    // No shell: quotes group, and shell syntax arrives as plain text.
+    QCOMPARE(executeCommandWithOutput(tool, "\"a b\" c $HOME ; | *", false),
+             QString("[a b]\n[c]\n[$HOME]\n[;]\n[|]\n[*]\n"));
+    QCOMPARE(executeCommandWithOutput(tool, "", false), QString(""));
+}
+
+void TestProcessHelpers::exitCodes_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("code");
+    QTest::newRow("success") << QByteArray("exit 0\n") << 0;
+    QTest::newRow("failure") << QByteArray("exit 3\n") << 3;
+    QTest::newRow("255") << QByteArray("exit 255\n") << 255;
+    // A crash cannot be told from success, by design.
+    QTest::newRow("crash") << QByteArray("kill -SEGV $$\n") << 0;
+}
+
+void TestProcessHelpers::exitCodes()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(int, code);
+    const QString path = script("exit-" + QString(QTest::currentDataTag()), body);
+    QCOMPARE(executeCommand(path, "", false), code);
+}
+
+void TestProcessHelpers::outputStopsAtNul()
+{
+    const QString path = script("nul", "printf 'before\\000after'\n");
+    QCOMPARE(executeCommandWithOutput(path, "", false), QString("before"));
+    const QString utf8 = script("utf8", "printf 'Z\\303\\274rich\\n'\n");
+    QCOMPARE(executeCommandWithOutput(utf8, "", false), QString::fromUtf8("Zürich\n"));
+
+    // A program that cannot be started gives no text at all, and 0 as exit code.
+    const QString missing = tmp.path() + "/no such program";
+    QVERIFY(executeCommandWithOutput(missing, "", false).isNull());
+    QCOMPARE(executeCommand(missing, "x", false), 0);
+}
+
+void TestProcessHelpers::outputIsDiscardedAndInputClosed()
+{
+    // Far more output than a pipe holds, on both channels, and a read of standard input:
+    // the child must neither block on a full pipe nor wait for input.
+    const QString noisy = script("noisy", "head -c 4000000 /dev/zero\n"
+                                          "head -c 4000000 /dev/zero >&2\n"
+                                          "cat > \"$1\"\nexit 4\n");
+    const QString got = tmp.path() + "/stdin-was";
+    QCOMPARE(executeCommand(noisy, "\"" + got + "\"", false), 4);
+    QVERIFY(QFile::exists(got));
+    QCOMPARE(QFileInfo(got).size(), 0);
+
+    const QString big = script("big", "head -c 3000000 /dev/zero | tr '\\0' 'x'\nhead -c 100000 /dev/zero >&2\n");
+    QCOMPARE(executeCommandWithOutput(big, "", false).size(), 3000000);
+}
+
+void TestProcessHelpers::noCardsEnvironment_data()
+{
+    QTest::addColumn<bool>("noCards");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("asked") << true << "cards=1 gui=1 mark=kept\n";
+    QTest::newRow("not asked") << false << "cards=unset gui=unset mark=kept\n";
+}
+
+void TestProcessHelpers::noCardsEnvironment()
+{
+    QFETCH(bool, noCards);
+    QFETCH(QString, expected);
+    qunsetenv("ZORVIK_CRYPTOKI_NO_CARDS");
+    qunsetenv("ZORVIK_CRYPTOKI_NO_GUI");
+    qputenv("SHELL_TEST_MARK", "kept");
+    const QString env = script("env", "echo \"cards=${ZORVIK_CRYPTOKI_NO_CARDS-unset} "
+                                      "gui=${ZORVIK_CRYPTOKI_NO_GUI-unset} mark=${SHELL_TEST_MARK-unset}\"\n"
+                                      "[ \"${ZORVIK_CRYPTOKI_NO_CARDS-}\" = 1 ] && exit 10\nexit 20\n");
+    QCOMPARE(executeCommandWithOutput(env, "", noCards), expected);
+    QCOMPARE(executeCommand(env, "", noCards), noCards ? 10 : 20);
+    QCOMPARE(executeAdminCommandWithOutput(env, ""), QString("cards=unset gui=unset mark=kept\n"));
+    // This process's own environment is untouched.
+    QVERIFY(!qEnvironmentVariableIsSet("ZORVIK_CRYPTOKI_NO_CARDS"));
+}
+
+void TestProcessHelpers::adminCommandsRunNothingElevated()
+{
+    const QString flag = tmp.path() + "/admin-ran";
+    const QString touch = script("touch-flag", "touch \"$1\"\nexit 9\n");
+    QCOMPARE(executeAdminCommand("\"" + touch + "\" \"" + flag + "\""), 0);
+    QVERIFY(!QFile::exists(flag));
+    QCOMPARE(executeAdminCommandWithOutput(tool, "x"), QString("[x]\n"));
+}
+
+void TestProcessHelpers::envVar()
+{
+    qunsetenv("SHELL_TEST_UNSET");
+    int mark = logMark();
+    QVERIFY(getEnvVar("SHELL_TEST_UNSET").isNull());
+    QVERIFY(!gHome->readLog().mid(mark).contains("SHELL_TEST_UNSET"));
+
+    qputenv("SHELL_TEST_EMPTY", "");
+    mark = logMark();
+    const QString empty = getEnvVar("SHELL_TEST_EMPTY");
+    QVERIFY(!empty.isNull());
+    QVERIFY(empty.isEmpty());
+    QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: getEnvVar SHELL_TEST_EMPTY="}));
+
+    qputenv("SHELL_TEST_SET", "a value");
+    mark = logMark();
+    QCOMPARE(getEnvVar("SHELL_TEST_SET"), QString("a value"));
+    QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: getEnvVar SHELL_TEST_SET=a value"}));
+}
+
+void TestProcessHelpers::checkDirLogging_data()
+{
+    QTest::addColumn<QString>("path"); // "<t>" is the temporary directory
+    QTest::addColumn<bool>("result");
+    QTest::addColumn<QStringList>("notes");
+    QTest::newRow("directory") << "<t>" << true << QStringList();
+    QTest::newRow("directory with blanks around") << "  <t>  " << true << QStringList();
+    QTest::newRow("regular file") << "<t>/file" << false << QStringList({"not dir"});
+    QTest::newRow("missing") << "<t>/missing" << false << QStringList({"not exist", "not dir"});
+}
+
+void TestProcessHelpers::checkDirLogging()
+{
+    QFETCH(QString, path);
+    QFETCH(bool, result);
+    QFETCH(QStringList, notes);
+    QVERIFY(shell::writeFile(tmp.path() + "/file", "x"));
+    path.replace("<t>", tmp.path());
+    const int mark = logMark();
+    QCOMPARE(checkDir(path), result);
+    QStringList expected = {"DEBUG dashboard: checking path:" + path};
+    for (const QString& n : notes)
+        expected << "DEBUG dashboard: " + n;
+    QCOMPARE(logSince(mark), expected);
+}
+
+void TestProcessHelpers::checkFile()
+{
+    const QString file = tmp.path() + "/readable";
+    QVERIFY(shell::writeFile(file, "x"));
+    QVERIFY(::checkFile(file));
+    QVERIFY(::checkFile(" " + file + "\t"));
+    QVERIFY(!::checkFile(tmp.path()));
+    QVERIFY(!::checkFile(tmp.path() + "/missing"));
+}
+
+void TestProcessHelpers::hexlify_data()
+{
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("empty") << QByteArray() << "";
+    QTest::newRow("one zero byte") << QByteArray(1, '\0') << "00";
+    QTest::newRow("two") << QByteArray("\x0a\x1b", 2) << "0A:1B";
+    QTest::newRow("three") << QByteArray("\x01\xab\xff", 3) << "01:AB:FF";
+}
+
+void TestProcessHelpers::hexlify()
+{
+    QFETCH(QByteArray, data);
+    QFETCH(QString, text);
+    QCOMPARE(::hexlify(data), text);
+}
+
+void TestProcessHelpers::sleepsWithNothingToWait()
+{
+    // These must come back (a negative time must not turn into an endless sleep).
+    MySleep(0);
+    MySleep(-5);
+    MySleep(-1000);
+    MySleep(1);
+}
+
+void TestProcessHelpers::fixedAnswers()
+{
+    QCOMPARE(getPlatform(), QString("MacOSX"));
+    QVERIFY(isSessionActive());
+}
+
+void TestProcessHelpers::certificateValidity()
+{
+    const QSslCertificate current = makeCertificate(-3600, 3600);
+    const QSslCertificate expired = makeCertificate(-7200, -3600);
+    const QSslCertificate future = makeCertificate(3600, 7200);
+    QVERIFY(!current.isNull());
+    QVERIFY(!expired.isNull());
+    QVERIFY(!future.isNull());
+    QVERIFY(isCertValid(current));
+    QVERIFY(!isCertValid(expired));
+    QVERIFY(!isCertValid(future));
+}
+
+void TestProcessHelpers::errorBoxLooksRight()
+{
+    ModalSeam::reset();
+    QString title;
+    QMessageBox::Icon icon = QMessageBox::NoIcon;
+    int spacerWidth = -1;
+    bool spansAllColumns = false;
+    ModalSeam::setObserver([&](QDialog* dialog) {
+        auto* box = qobject_cast<QMessageBox*>(dialog);
+        if (!box)
+            return;
+        title = box->windowTitle();
+        icon = box->icon();
+        auto* grid = qobject_cast<QGridLayout*>(box->layout());
+        if (!grid)
+            return;
+        const int last = grid->rowCount() - 1;
+        for (int i = 0; i < grid->count(); ++i) {
+            int row, column, rowSpan, columnSpan;
+            grid->getItemPosition(i, &row, &column, &rowSpan, &columnSpan);
+            if (auto* spacer = grid->itemAt(i)->spacerItem(); spacer && row == last) {
+                spacerWidth = spacer->sizeHint().width();
+                spansAllColumns = column == 0 && columnSpan == grid->columnCount();
+            }
+        }
+    });
+    ModalSeam::answer(QMessageBox::Ok);
+    QCOMPARE(errorBox(nullptr, "Something failed"), int(QMessageBox::Ok));
+    QCOMPARE(ModalSeam::seen(), QStringList({"Zorvik Dashboard message|Something failed"}));
+    QCOMPARE(title, QString("Zorvik Dashboard message"));
+    QCOMPARE(icon, QMessageBox::Critical);
+    QCOMPARE(spacerWidth, 220);
+    QVERIFY(spansAllColumns);
+    ModalSeam::reset();
+}
+
+int main(int argc, char** argv)
+{
+    TestHome home;
+    home.apply();
+    gHome = &home;
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    TestProcessHelpers test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_process_helpers.moc"
