@@ -1,0 +1,370 @@
+// The built program as a user starts it: banners and start-up lines, one instance per
+// user, handing over to the running instance, "--exit", "--tray", and a crashed instance.
+//
+// Every test has its own temporary directory, which gives it its own single-instance
+// channel; each process gets its own log directory so its lines can be told apart.
+#include "shell_common.h"
+#include "test_support.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSharedMemory>
+#include <QTest>
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+const int kWait = 30000;
+const QString kStartBanner = "NOTICE dashboard: =============== ZORVIK Dashboard application started =============== ";
+const QString kFinishBanner = "NOTICE dashboard: =============== ZORVIK Dashboard application finished ===============";
+
+// One start of the program.
+struct Dashboard {
+    QString logDir;
+    std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
+
+    QString logText() const { return QString::fromUtf8(shell::readFile(logDir + "/dashboard.log")); }
+    QStringList lines() const { return shell::strippedLines(logText()); }
+    bool has(const QString& text) const { return logText().contains(text); }
+    bool waitFor(const QString& text, int ms = kWait) const
+    {
+        QElapsedTimer t;
+        t.start();
+        while (!has(text)) {
+            if (t.elapsed() > ms || process->state() == QProcess::NotRunning)
+                return has(text);
+            QTest::qWait(20);
+        }
+        return true;
+    }
+    bool running() const { return process->state() != QProcess::NotRunning; }
+    // Waits for the end; true when the program ended by itself with `code`.
+    bool endsWith(int code, int ms = kWait)
+    {
+        if (running() && !process->waitForFinished(ms))
+            return false;
+        return process->exitStatus() == QProcess::NormalExit && process->exitCode() == code;
+    }
+};
+
+// True when `expected` appear in `lines` in this order (other lines may come between).
+bool inOrder(const QStringList& lines, const QStringList& expected, QString* missing)
+{
+    int at = 0;
+    for (const QString& want : expected) {
+        while (at < lines.size() && lines[at] != want)
+            ++at;
+        if (at == lines.size()) {
+            *missing = want;
+            return false;
+        }
+        ++at;
+    }
+    return true;
+}
+
+} // namespace
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    // Start-up and end of one instance.
+    void startAndFinish();
+
+    // One instance per user.
+    void secondStartHandsOver();
+    void exitWithNoInstance();
+    void exitOnlyAsFirstArgument_data();
+    void exitOnlyAsFirstArgument();
+    void crashedInstanceDoesNotBlock();
+    void unreadCommandIsOverwritten();
+
+    // Starting in the tray.
+    void trayStart_data();
+    void trayStart();
+
+private:
+    std::unique_ptr<TestHome> home;
+    std::vector<std::unique_ptr<Dashboard>> started;
+
+    Dashboard& start(const QStringList& args);
+    // Starts the program with "--exit" and waits for its end; true when it ended with `code`.
+    bool stopWith(int code);
+    Dashboard& startReady(const QStringList& args);
+};
+
+void TestStartup::init()
+{
+    home = std::make_unique<TestHome>();
+    QVERIFY(home->isValid());
+}
+
+void TestStartup::cleanup()
+{
+    for (auto& d : started) {
+        if (d->running()) {
+            d->process->kill();
+            d->process->waitForFinished();
+        }
+    }
+    if (QTest::currentTestFailed()) {
+        for (auto& d : started)
+            qWarning().noquote() << "log of" << d->process->arguments() << ":\n" << d->logText();
+    }
+    started.clear();
+    home.reset();
+}
+
+Dashboard& TestStartup::start(const QStringList& args)
+{
+    auto d = std::make_unique<Dashboard>();
+    d->logDir = QString("%1/logs-%2").arg(home->path()).arg(started.size());
+    QProcessEnvironment env = home->environment();
+    env.insert("ZORVIK_LOG_DIR", d->logDir);
+    d->process->setProcessEnvironment(env);
+    d->process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    d->process->setStandardOutputFile(QProcess::nullDevice());
+    d->process->start(ZORVIK_DASHBOARD_EXE, args);
+    d->process->waitForStarted();
+    started.push_back(std::move(d));
+    return *started.back();
+}
+
+Dashboard& TestStartup::startReady(const QStringList& args)
+{
+    Dashboard& d = start(args);
+    if (!d.waitFor("DashboardWindow end init"))
+        qWarning("the program did not come up");
+    return d;
+}
+
+bool TestStartup::stopWith(int code)
+{
+    Dashboard& stopper = start({"--exit"});
+    return stopper.endsWith(code);
+}
+
+void TestStartup::startAndFinish()
+{
+    Dashboard& a = startReady({"alpha", "beta gamma"});
+    QVERIFY(a.running());
+    QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+
+    const QString exe = QDir(ZORVIK_DASHBOARD_EXE).absolutePath();
+    const QStringList expected = {
+        "WARNING dashboard: libdir:",
+        "WARNING dashboard: " + exe,
+        "WARNING dashboard: " + QDir::cleanPath(exe + "/../../PlugIns"),
+        kStartBanner,
+        "DEBUG dashboard: Application version: 3.4.375",
+        "DEBUG dashboard: Operating system: Mac OS (unknown version)",
+        "DEBUG dashboard: Init SSL",
+        "DEBUG dashboard: Check tray",
+        "WARNING dashboard: Couldn't detect any system tray on this system.",
+        "DEBUG dashboard: argc = 3",
+        "DEBUG dashboard: i = 1",
+        "DEBUG dashboard: argv = alpha",
+        "DEBUG dashboard: i = 2",
+        "DEBUG dashboard: argv = beta gamma",
+        "DEBUG dashboard: DashboardGUI: ok",
+        "DEBUG dashboard: Prepare to start Dashboard",
+        "DEBUG dashboard: Check for other instances",
+        "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found",
+        "DEBUG dashboard: DashboardWindow begin init",
+        "DEBUG dashboard: SingleApplication command 'exit' ",
+        "DEBUG dashboard: Close command",
+        kFinishBanner,
+    };
+    const QStringList lines = a.lines();
+    QString missing;
+    QVERIFY2(inOrder(lines, expected, &missing), qPrintable("missing or out of order: " + missing));
+    QCOMPARE(lines.last(), kFinishBanner);
+    QCOMPARE(lines.count(kStartBanner), 1);
+    // The start banner's line really ends in the blank; the finish banner's does not.
+    QVERIFY(a.logText().contains("application started =============== \n"));
+    QVERIFY(a.logText().endsWith("application finished ===============\n"));
+
+    // The stopping process is a program start of its own, but never reaches the window.
+    const Dashboard& stopper = *started.back();
+    QVERIFY(stopper.has("DEBUG dashboard: argv = --exit"));
+    QVERIFY(!stopper.has("Prepare to start Dashboard"));
+    QVERIFY(!stopper.has("DashboardWindow begin init"));
+    QCOMPARE(stopper.lines().last(), kFinishBanner);
+}
+
+void TestStartup::secondStartHandsOver()
+{
+    Dashboard& a = startReady({});
+    Dashboard& b = start({});
+    QVERIFY(b.endsWith(1));
+
+    const QStringList bLines = b.lines();
+    QString missing;
+    QVERIFY2(inOrder(bLines,
+                     {kStartBanner, "DEBUG dashboard: Prepare to start Dashboard",
+                      "DEBUG dashboard: Check for other instances",
+                      "WARNING dashboard: ZORVIK Dashboard instance found", kFinishBanner},
+                     &missing),
+             qPrintable("second start, missing: " + missing));
+    QVERIFY(!b.has("DashboardWindow begin init"));
+    QVERIFY(!b.has("not found"));
+
+    // The running instance was asked to come to the front; it is shown already.
+    QVERIFY(a.waitFor("Dashboard window raised"));
+    QVERIFY2(inOrder(a.lines(),
+                     {"DEBUG dashboard: SingleApplication command 'raise' ", "DEBUG dashboard: Rise command",
+                      "DEBUG dashboard: Dashboard window raised"},
+                     &missing),
+             qPrintable("first instance, missing: " + missing));
+    QVERIFY(!a.has("Raising Dashboard"));
+    QVERIFY(a.running());
+
+    QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+    QCOMPARE(a.lines().last(), kFinishBanner);
+    // The command was read once and cleared: one raise, one stop.
+    QCOMPARE(countLines(a.logText(), "Rise command"), 1);
+    QCOMPARE(countLines(a.logText(), "Close command"), 1);
+}
+
+void TestStartup::exitWithNoInstance()
+{
+    Dashboard& stopper = start({"--exit"});
+    QVERIFY(stopper.endsWith(0));
+    QString missing;
+    QVERIFY2(inOrder(stopper.lines(),
+                     {"DEBUG dashboard: Cannot send command 'exit' shared memory segment 'zorvikdashboard' not found",
+                      "DEBUG dashboard: Check for other instances",
+                      "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found", kFinishBanner},
+                     &missing),
+             qPrintable("missing: " + missing));
+    // It returned at the first check, without waiting for anything.
+    QCOMPARE(countLines(stopper.logText(), "Check for other instances"), 1);
+    QVERIFY(!stopper.has("Prepare to start Dashboard"));
+    QVERIFY(!stopper.has("DashboardWindow begin init"));
+
+    // It left no channel behind: a normal start afterwards becomes the instance.
+    Dashboard& a = startReady({});
+    QVERIFY(a.has("shared memory segment 'zorvikdashboard' not found"));
+    QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+}
+
+void TestStartup::exitOnlyAsFirstArgument_data()
+{
+    QTest::addColumn<bool>("instanceRunning");
+    QTest::newRow("no instance running") << false;
+    QTest::newRow("instance running") << true;
+}
+
+void TestStartup::exitOnlyAsFirstArgument()
+{
+    QFETCH(bool, instanceRunning);
+    if (instanceRunning) {
+        Dashboard& a = startReady({});
+        Dashboard& b = start({"first", "--exit"});
+        QVERIFY(b.endsWith(1));
+        QVERIFY(b.has("WARNING dashboard: ZORVIK Dashboard instance found"));
+        QVERIFY(a.waitFor("Rise command"));
+        QVERIFY(!a.has("Close command"));
+        QVERIFY(a.running());
+        QVERIFY(stopWith(0));
+        QVERIFY(a.endsWith(0));
+    } else {
+        Dashboard& b = startReady({"first", "--exit"});
+        QVERIFY(b.has("DEBUG dashboard: Prepare to start Dashboard"));
+        QVERIFY(b.has("DEBUG dashboard: argv = --exit"));
+        QVERIFY(b.running());
+        QVERIFY(stopWith(0));
+        QVERIFY(b.endsWith(0));
+    }
+}
+
+void TestStartup::crashedInstanceDoesNotBlock()
+{
+    Dashboard& a = startReady({});
+    a.process->kill(); // SIGKILL: the segment stays behind with nobody attached
+    QVERIFY(a.process->waitForFinished(kWait));
+    QCOMPARE(a.process->exitStatus(), QProcess::CrashExit);
+
+    Dashboard& b = startReady({});
+    QVERIFY(b.running());
+    QVERIFY(b.has("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found"));
+    QVERIFY(!b.has("instance found"));
+
+    // And the new instance owns a working channel.
+    Dashboard& c = start({});
+    QVERIFY(c.endsWith(1));
+    QVERIFY(b.waitFor("Rise command"));
+    QVERIFY(stopWith(0));
+    QVERIFY(b.endsWith(0));
+}
+
+void TestStartup::unreadCommandIsOverwritten()
+{
+    Dashboard& a = startReady({});
+    // Two commands written before the instance polls, as two quick starts would write them:
+    // the later overwrites the earlier from byte 0, so "exit" over "raise" reads "exite".
+    {
+        const QByteArray oldTmp = qgetenv("TMPDIR");
+        qputenv("TMPDIR", home->environment().value("TMPDIR").toLocal8Bit());
+        QSharedMemory segment("zorvikdashboard");
+        qputenv("TMPDIR", oldTmp);
+        QVERIFY2(segment.attach(), qPrintable(segment.errorString()));
+        QCOMPARE(segment.size(), 20);
+        QVERIFY(segment.lock());
+        std::memcpy(segment.data(), "raise", 5);
+        std::memcpy(segment.data(), "exit", 4);
+        segment.unlock();
+        segment.detach();
+    }
+    QVERIFY(a.waitFor("SingleApplication command 'exite' "));
+    QVERIFY(!a.has("Close command"));
+    QVERIFY(!a.has("Rise command"));
+    QVERIFY(a.running());
+
+    // The channel is clear again: the next command is read as it is.
+    Dashboard& b = start({});
+    QVERIFY(b.endsWith(1));
+    QVERIFY(a.waitFor("Rise command"));
+    QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+}
+
+void TestStartup::trayStart_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<bool>("hidden");
+    QTest::newRow("--tray") << QStringList{"--tray"} << true;
+    QTest::newRow("--tray later") << QStringList{"x", "--restart", "--tray"} << true;
+    QTest::newRow("--restart only") << QStringList{"--restart"} << false;
+    QTest::newRow("case matters") << QStringList{"--Tray"} << false;
+}
+
+void TestStartup::trayStart()
+{
+    QFETCH(QStringList, args);
+    QFETCH(bool, hidden);
+    // A window left in the tray is brought up by the next start's "raise"; a shown one
+    // only logs that it was asked.
+    Dashboard& a = startReady(args);
+    Dashboard& b = start({});
+    QVERIFY(b.endsWith(1));
+    QVERIFY(a.waitFor("Dashboard window raised"));
+    QCOMPARE(a.has("Raising Dashboard"), hidden);
+    QCOMPARE(a.has("showWindow"), hidden);
+    QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+}
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_startup.moc"
