@@ -1,0 +1,189 @@
+// libzorvik-cryptoki loaded by the programs that use PKCS#11 modules: NSS (modutil,
+// certutil), OpenVPN and OpenSC's pkcs11-tool, over a private SoftHSM2 token.
+#include <QtTest>
+
+#include <memory>
+
+#include "softhsm_token.h"
+#include "test_credential.h"
+#include "test_support.h"
+
+namespace {
+
+struct Run {
+    int exitCode = -1;
+    QString output;
+};
+
+Run run(const QString& program, const QStringList& args, const QProcessEnvironment& env)
+{
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(program, args);
+    Run r;
+    if (!p.waitForStarted(10000) || !p.waitForFinished(120000)) {
+        p.kill();
+        r.output = program + " did not run: " + p.errorString();
+        return r;
+    }
+    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    r.output = QString::fromLocal8Bit(p.readAll());
+    return r;
+}
+
+} // namespace
+
+class TestCryptokiTools : public QObject
+{
+    Q_OBJECT
+
+private:
+    QProcessEnvironment env(bool noCards = true) const { return token_->environment(noCards); }
+
+    static constexpr const char* kPin = "97531864";
+    TestHome home_;
+    std::unique_ptr<SoftHsmToken> token_;
+    TestCredential alice_, bob_;
+    QString aliceId_, bobId_;
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void pkcs11ToolListsAndSigns();
+    void openvpnShowsTheCertificates();
+    void nssAddsAndListsTheModule();
+    void nssWithoutCardsSeesNoToken();
+    void toolsReportAMissingBackend();
+};
+
+void TestCryptokiTools::initTestCase()
+{
+    QVERIFY(home_.isValid());
+    home_.apply();
+    // No pcscd for these programs: a socket where nothing listens.
+    qputenv("PCSCLITE_CSOCK_NAME", (home_.path() + "/no-pcscd.comm").toLocal8Bit());
+    qunsetenv("ZORVIK_CRYPTOKI_CONF");
+    token_ = std::make_unique<SoftHsmToken>("Vantrel", kPin);
+    QVERIFY2(token_->isValid(), qPrintable(token_->errorText()));
+    TestCredential::Options o;
+    o.commonName = "Alice Tools";
+    o.organizations = QStringList{"Zorvik Test"};
+    alice_ = TestCredential::make(o);
+    o.commonName = "Bob Tools";
+    bob_ = TestCredential::make(o);
+    aliceId_ = token_->load(alice_, "Alice");
+    bobId_ = token_->load(bob_, "Bob");
+    QVERIFY(!aliceId_.isEmpty() && !bobId_.isEmpty());
+    QCOMPARE(aliceId_.toLatin1(), alice_.moduleId().toHex());
+}
+
+void TestCryptokiTools::cleanupTestCase()
+{
+    QVERIFY2(!home_.readLog().contains(kPin), "a PIN reached the log");
+}
+
+void TestCryptokiTools::pkcs11ToolListsAndSigns()
+{
+    QString out;
+    QCOMPARE(token_->pkcs11Tool({"--list-slots"}, &out), 0);
+    QVERIFY2(out.contains("Zorvik Vantrel") && out.contains("token label        : Vantrel"), qPrintable(out));
+
+    // Without a login: both certificates and both public keys, under the shared identifiers.
+    QCOMPARE(token_->pkcs11Tool({"--list-objects"}, &out), 0);
+    QCOMPARE(out.count("Certificate Object; type = X.509 cert"), 2);
+    QCOMPARE(out.count("Public Key Object; RSA 2048 bits"), 2);
+    QVERIFY2(out.contains("subject:    DN: CN=Alice Tools, O=Zorvik Test"), qPrintable(out));
+    QCOMPARE(out.count("ID:         " + aliceId_), 2);
+    QCOMPARE(out.count("ID:         " + bobId_), 2);
+    QVERIFY(!out.contains("Private Key Object"));
+
+    // With a login the private keys appear, and one of them signs.
+    QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out), 0);
+    QCOMPARE(out.count("Private Key Object; RSA"), 2);
+
+    const QString dir = home_.path();
+    QFile msg(dir + "/message");
+    QVERIFY(msg.open(QIODevice::WriteOnly));
+    msg.write("sign me through the Vantrel module");
+    msg.close();
+    QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--sign", "--id", aliceId_, "-m", "SHA256-RSA-PKCS",
+                                 "--input-file", dir + "/message", "--output-file", dir + "/signature"},
+                                &out),
+             0);
+    QVERIFY(alice_.writePem(dir + "/alice.pem", dir + "/alice-key.pem"));
+    const Run pub = run("openssl", {"x509", "-in", dir + "/alice.pem", "-pubkey", "-noout", "-out", dir + "/alice.pub"},
+                        QProcessEnvironment::systemEnvironment());
+    QCOMPARE(pub.exitCode, 0);
+    const Run verify = run("openssl",
+                           {"dgst", "-sha256", "-verify", dir + "/alice.pub", "-signature", dir + "/signature",
+                            dir + "/message"},
+                           QProcessEnvironment::systemEnvironment());
+    QVERIFY2(verify.exitCode == 0 && verify.output.contains("Verified OK"), qPrintable(verify.output));
+}
+
+void TestCryptokiTools::openvpnShowsTheCertificates()
+{
+    const Run r = run("openvpn", {"--show-pkcs11-ids", SoftHsmToken::modulePath()}, env());
+    QVERIFY2(r.exitCode == 0, qPrintable(r.output));
+    QVERIFY2(r.output.contains("DN:             CN=Alice Tools, O=Zorvik Test"), qPrintable(r.output));
+    QVERIFY2(r.output.contains("DN:             CN=Bob Tools, O=Zorvik Test"), qPrintable(r.output));
+    // The identifier OpenVPN keeps in its configuration names our token and the key's ID.
+    QVERIFY2(r.output.contains(QRegularExpression("Serialized id:\\s+Zorvik/Vantrel/[0-9a-f]+/Vantrel/" + aliceId_,
+                                                  QRegularExpression::CaseInsensitiveOption)),
+             qPrintable(r.output));
+}
+
+void TestCryptokiTools::nssAddsAndListsTheModule()
+{
+    const QString db = "sql:" + home_.path() + "/nssdb";
+    QDir().mkpath(home_.path() + "/nssdb");
+    QCOMPARE(run("certutil", {"-N", "-d", db, "--empty-password"}, env()).exitCode, 0);
+    const Run add = run("modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(),
+                                    "-force"},
+                        env());
+    QVERIFY2(add.exitCode == 0 && add.output.contains("added to database"), qPrintable(add.output));
+    const Run list = run("modutil", {"-dbdir", db, "-list"}, env());
+    QVERIFY2(list.exitCode == 0, qPrintable(list.output));
+    // The dashboard decides "registered" from a line with both the file name and "library name:".
+    bool registered = false;
+    for (const QString& line : list.output.split('\n'))
+        registered = registered || (line.contains("library name:") && line.contains("libzorvik-cryptoki.so"));
+    QVERIFY2(registered, qPrintable(list.output));
+    QVERIFY2(list.output.contains("slot: Zorvik Vantrel") && list.output.contains("token: Vantrel"),
+             qPrintable(list.output));
+    // NSS reads the certificates through it: nickname "<token>:<label>".
+    const Run certs = run("certutil", {"-L", "-d", db, "-h", "all"}, env());
+    QVERIFY2(certs.exitCode == 0, qPrintable(certs.output));
+    QVERIFY2(certs.output.contains("Vantrel:Alice") && certs.output.contains("Vantrel:Bob"), qPrintable(certs.output));
+}
+
+void TestCryptokiTools::nssWithoutCardsSeesNoToken()
+{
+    // Without ZORVIK_CRYPTOKI_NO_CARDS and without a Vantrel the slot is there, the token not.
+    const QString db = "sql:" + home_.path() + "/nssdb2";
+    QDir().mkpath(home_.path() + "/nssdb2");
+    QCOMPARE(run("certutil", {"-N", "-d", db, "--empty-password"}, env(false)).exitCode, 0);
+    QCOMPARE(run("modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(), "-force"},
+                 env(false))
+                 .exitCode,
+             0);
+    const Run list = run("modutil", {"-dbdir", db, "-list"}, env(false));
+    QVERIFY2(list.output.contains("slot: Zorvik Vantrel"), qPrintable(list.output));
+    QVERIFY2(!list.output.contains("token: Vantrel"), qPrintable(list.output));
+    const Run ids = run("openvpn", {"--show-pkcs11-ids", SoftHsmToken::modulePath()}, env(false));
+    QVERIFY2(!ids.output.contains("Alice Tools"), qPrintable(ids.output));
+}
+
+void TestCryptokiTools::toolsReportAMissingBackend()
+{
+    QProcessEnvironment e = env();
+    e.insert("ZORVIK_CRYPTOKI_BACKEND", home_.path() + "/missing/libsofthsm2.so");
+    const Run r = run("pkcs11-tool", {"--module", SoftHsmToken::modulePath(), "--list-slots"}, e);
+    QVERIFY(r.exitCode != 0);
+    QVERIFY2(r.output.contains("CKR_GENERAL_ERROR"), qPrintable(r.output));
+    QVERIFY(home_.waitForLog("cannot load the backing PKCS#11 module " + home_.path() + "/missing/libsofthsm2.so"));
+}
+
+QTEST_GUILESS_MAIN(TestCryptokiTools)
+#include "tst_cryptoki_tools.moc"
