@@ -21,6 +21,15 @@ WebAccess::WebAccess(QObject* parent) : QObject(parent)
     connect(&manager, &QNetworkAccessManager::finished, this, &WebAccess::requestFinished);
 }
 
+WebAccess::~WebAccess()
+{
+    // The manager outlives the event loop member; replies it ends while it is destroyed
+    // must not reach this half-destroyed object.
+    disconnect(&manager, nullptr, this, nullptr);
+    if (downloadReply)
+        disconnect(downloadReply, nullptr, this, nullptr);
+}
+
 void WebAccess::initSSL()
 {
     const QString caFile = OsPlatform::extraCaFile();
@@ -174,8 +183,9 @@ bool WebAccess::download(const QString& url, const QString& localDir)
 
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        Log::print(Log::WARNING,
-                   QString("Web: cannot create local file %1, error: %2").arg(path).arg(static_cast<int>(file.error())));
+        Log::print(
+            Log::WARNING,
+            QString("Web: cannot create local file %1, error: %2").arg(path).arg(static_cast<int>(file.error())));
         emit error(tr("Cannot download file %1 to the local system", "Error message").arg(downloadFileName));
         return false;
     }

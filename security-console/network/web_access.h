@@ -22,6 +22,7 @@ class WebAccess : public QObject
     Q_OBJECT
 public:
     explicit WebAccess(QObject* parent = nullptr);
+    ~WebAccess() override;
 
     // Process-wide TLS set-up, once at start-up: adds the extra trusted CA certificates
     // named by the platform (used by the bench) to the default configuration.
