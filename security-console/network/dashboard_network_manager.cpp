@@ -44,9 +44,8 @@ bool DashboardNetworkManager::parseSettings(ProxyConfig* config, QString setting
 void DashboardNetworkManager::SetupProxy(ProxyConfig config)
 {
     if (config.enabled) {
-        QNetworkProxy::setApplicationProxy(QNetworkProxy(QNetworkProxy::HttpProxy, config.host,
-                                                         static_cast<quint16>(config.port.toInt()), QString(),
-                                                         QString()));
+        QNetworkProxy::setApplicationProxy(QNetworkProxy(
+            QNetworkProxy::HttpProxy, config.host, static_cast<quint16>(config.port.toInt()), QString(), QString()));
     } else {
         QNetworkProxy::setApplicationProxy(QNetworkProxy(QNetworkProxy::NoProxy, QString(), 0, QString(), QString()));
     }
@@ -59,8 +58,8 @@ void DashboardNetworkManager::UpdateProxy()
         Log::print(Log::DEBUG,
                    QString("Created QNetworkAccessManager using proxy %1:%2").arg(config.host, config.port));
         // The default type here, not HTTP as in SetupProxy: this is how it has always been.
-        setProxy(QNetworkProxy(QNetworkProxy::DefaultProxy, config.host, static_cast<quint16>(config.port.toInt()),
-                               "", ""));
+        setProxy(
+            QNetworkProxy(QNetworkProxy::DefaultProxy, config.host, static_cast<quint16>(config.port.toInt()), "", ""));
     } else {
         setProxy(QNetworkProxy(QNetworkProxy::NoProxy));
     }

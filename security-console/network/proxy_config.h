@@ -4,7 +4,8 @@
 
 // The user's proxy setting as the Qt side uses it. The port is kept as typed and converted
 // with toInt() when the proxy is installed.
-struct ProxyConfig {
+struct ProxyConfig
+{
     QString host;
     QString port;
     bool enabled = false;

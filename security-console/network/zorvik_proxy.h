@@ -15,7 +15,8 @@ extern "C" {
 
 /* A discovered proxy. host and port point into one heap buffer that starts at host (the
  * ":" between them was replaced by a NUL); release it with proxy_config_free. */
-typedef struct proxy_config {
+typedef struct proxy_config
+{
     char* host;
     char* port;
     int reserved; /* always 0 */

@@ -143,8 +143,8 @@ bool PreferencesStore::writeValues(const QMap<QString, QVariant>& changes)
     Entries entries = readEntries(path);
     for (auto it = changes.constBegin(); it != changes.constEnd(); ++it) {
         const bool removing = !it.value().isValid();
-        const QString text = it.value().type() == QVariant::Bool ? (it.value().toBool() ? "true" : "false")
-                                                                 : it.value().toString();
+        const QString text =
+            it.value().type() == QVariant::Bool ? (it.value().toBool() ? "true" : "false") : it.value().toString();
         bool found = false;
         for (int i = 0; i < entries.size(); ++i) {
             if (entries[i].first != it.key())

@@ -8,7 +8,8 @@
 
 namespace {
 
-struct CFReleaser {
+struct CFReleaser
+{
     void operator()(CFTypeRef ref) const
     {
         if (ref)
@@ -33,8 +34,8 @@ std::optional<QVariant> PreferencesStore::readValue(const QString& key) const
 {
     const CFHolder cfKey = cfString(key);
     const CFHolder cfDomain = cfString(domainName);
-    const CFHolder value(CFPreferencesCopyAppValue(static_cast<CFStringRef>(cfKey.get()),
-                                                   static_cast<CFStringRef>(cfDomain.get())));
+    const CFHolder value(
+        CFPreferencesCopyAppValue(static_cast<CFStringRef>(cfKey.get()), static_cast<CFStringRef>(cfDomain.get())));
     if (!value)
         return std::nullopt;
     const CFTypeID type = CFGetTypeID(value.get());

@@ -22,13 +22,15 @@ namespace {
 
 const char* const kDomain = "com.zorvik.qvtransport";
 
-struct FreeDeleter {
+struct FreeDeleter
+{
     void operator()(char* p) const { std::free(p); }
 };
 using CString = std::unique_ptr<char, FreeDeleter>;
 
 // zorvikpc_get_proxy as one call: code, text, enabled.
-struct Stored {
+struct Stored
+{
     int code = 0;
     QByteArray text;
     unsigned int enabled = 99;
@@ -49,7 +51,8 @@ Stored getProxy(int scope)
 }
 
 // A discovery as one call; the record is released here.
-struct Found {
+struct Found
+{
     int code = 0;
     QByteArray host;
     QByteArray port;
@@ -176,23 +179,28 @@ private slots:
         QTest::addColumn<QString>("qtPort");
         QTest::addColumn<quint16>("installedPort");
         QTest::newRow("host and port") << QByteArray("proxy.lan:3128") << 0 << QByteArray("proxy.lan")
-                                       << QByteArray("3128") << true << "proxy.lan" << "3128" << quint16(3128);
+                                       << QByteArray("3128") << true << "proxy.lan"
+                                       << "3128" << quint16(3128);
         QTest::newRow("no colon") << QByteArray("proxy.lan") << -10 << QByteArray() << QByteArray() << false << ""
                                   << "" << quint16(0);
         QTest::newRow("three pieces") << QByteArray("h:80:x") << 0 << QByteArray("h") << QByteArray("80:x") << true
-                                      << "h" << "80" << quint16(80);
+                                      << "h"
+                                      << "80" << quint16(80);
         QTest::newRow("empty host") << QByteArray(":3128") << 0 << QByteArray("") << QByteArray("3128") << true << ""
                                     << "3128" << quint16(3128);
         QTest::newRow("empty port") << QByteArray("proxy.lan:") << 0 << QByteArray("proxy.lan") << QByteArray("")
-                                    << true << "proxy.lan" << "" << quint16(0);
-        QTest::newRow("only a colon") << QByteArray(":") << 0 << QByteArray("") << QByteArray("") << true << "" << ""
-                                      << quint16(0);
-        QTest::newRow("port not a number") << QByteArray("proxy.lan:abc") << 0 << QByteArray("proxy.lan")
-                                           << QByteArray("abc") << true << "proxy.lan" << "abc" << quint16(0);
+                                    << true << "proxy.lan"
+                                    << "" << quint16(0);
+        QTest::newRow("only a colon") << QByteArray(":") << 0 << QByteArray("") << QByteArray("") << true << ""
+                                      << "" << quint16(0);
+        QTest::newRow("port not a number")
+            << QByteArray("proxy.lan:abc") << 0 << QByteArray("proxy.lan") << QByteArray("abc") << true << "proxy.lan"
+            << "abc" << quint16(0);
         QTest::newRow("blanks kept") << QByteArray(" proxy.lan : 8080") << 0 << QByteArray(" proxy.lan ")
-                                     << QByteArray(" 8080") << true << " proxy.lan " << " 8080" << quint16(8080);
-        QTest::newRow("empty") << QByteArray("") << -10 << QByteArray() << QByteArray() << false << "" << ""
-                               << quint16(0);
+                                     << QByteArray(" 8080") << true << " proxy.lan "
+                                     << " 8080" << quint16(8080);
+        QTest::newRow("empty") << QByteArray("") << -10 << QByteArray() << QByteArray() << false << ""
+                               << "" << quint16(0);
     }
 
     void addressRules()
@@ -294,21 +302,18 @@ private slots:
         QTest::addColumn<QByteArray>("port");
         QTest::addColumn<int>("envCode");
         QTest::addColumn<int>("sysCode");
-        QTest::newRow("env overrides stored")
-            << QVariant("p:3128") << QByteArray("q:8080") << true << 0 << QByteArray("p") << QByteArray("3128") << 0
-            << 0;
+        QTest::newRow("env overrides stored") << QVariant("p:3128") << QByteArray("q:8080") << true << 0
+                                              << QByteArray("p") << QByteArray("3128") << 0 << 0;
         QTest::newRow("env without colon ignored")
-            << QVariant("p") << QByteArray("q:8080") << true << 0 << QByteArray("q") << QByteArray("8080") << -255
-            << 0;
-        QTest::newRow("empty env ignored") << QVariant("") << QByteArray("q:8080") << true << 0 << QByteArray("q")
-                                           << QByteArray("8080") << -255 << 0;
-        QTest::newRow("env despite disabled setting")
-            << QVariant("p:3128") << QByteArray("q:8080") << false << 0 << QByteArray("p") << QByteArray("3128")
-            << 0 << -255;
-        QTest::newRow("stored but disabled") << QVariant() << QByteArray("q:8080") << false << -10 << QByteArray()
-                                             << QByteArray() << -255 << -255;
-        QTest::newRow("stored without colon") << QVariant() << QByteArray("q") << true << -10 << QByteArray()
-                                              << QByteArray() << -255 << -255;
+            << QVariant("p") << QByteArray("q:8080") << true << 0 << QByteArray("q") << QByteArray("8080") << -255 << 0;
+        QTest::newRow("empty env ignored")
+            << QVariant("") << QByteArray("q:8080") << true << 0 << QByteArray("q") << QByteArray("8080") << -255 << 0;
+        QTest::newRow("env despite disabled setting") << QVariant("p:3128") << QByteArray("q:8080") << false << 0
+                                                      << QByteArray("p") << QByteArray("3128") << 0 << -255;
+        QTest::newRow("stored but disabled")
+            << QVariant() << QByteArray("q:8080") << false << -10 << QByteArray() << QByteArray() << -255 << -255;
+        QTest::newRow("stored without colon")
+            << QVariant() << QByteArray("q") << true << -10 << QByteArray() << QByteArray() << -255 << -255;
     }
 
     void discoveryPrecedence()

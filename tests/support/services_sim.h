@@ -66,7 +66,8 @@ public:
     // The same for this process.
     void applyEnvironment() const;
 
-    struct Reply {
+    struct Reply
+    {
         int status = 0;
         QByteArray body;
     };
