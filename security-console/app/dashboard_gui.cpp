@@ -98,6 +98,10 @@ void initGTK()
     if (QGuiApplication::platformName() != "xcb")
         return;
     QLibrary gtk("gtk-x11-2.0", 0);
+    // gtk_init hooks GDK's event source into the GLib main context that Qt's event loop
+    // runs, so the library must stay mapped after the handle is released: unloading it
+    // left the loop calling into unmapped code (a crash at the first event-loop round).
+    gtk.setLoadHints(QLibrary::PreventUnloadHint);
     using GtkInit = void (*)(int*, char***);
     if (auto init = reinterpret_cast<GtkInit>(gtk.resolve("gtk_init")))
         init(nullptr, nullptr);
