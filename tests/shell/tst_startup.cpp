@@ -8,9 +8,11 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QSharedMemory>
 #include <QTest>
 
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -49,6 +51,21 @@ struct Dashboard {
         return process->exitStatus() == QProcess::NormalExit && process->exitCode() == code;
     }
 };
+
+// The processes below `pid`: children, their children, and so on.
+QList<qint64> descendants(qint64 pid)
+{
+    QList<qint64> out;
+    const QByteArray children =
+        shell::readFile(QString("/proc/%1/task/%1/children").arg(pid)).simplified();
+    for (const QByteArray& c : children.split(' ')) {
+        if (c.isEmpty())
+            continue;
+        out << c.toLongLong();
+        out << descendants(c.toLongLong());
+    }
+    return out;
+}
 
 // True when `expected` appear in `lines` in this order (other lines may come between).
 bool inOrder(const QStringList& lines, const QStringList& expected, QString* missing)
@@ -91,11 +108,15 @@ private slots:
     void trayStart_data();
     void trayStart();
 
+    // On a real X server, where GTK is initialised.
+    void x11WithGtk();
+
 private:
     std::unique_ptr<TestHome> home;
     std::vector<std::unique_ptr<Dashboard>> started;
 
-    Dashboard& start(const QStringList& args);
+    Dashboard& start(const QStringList& args, const QString& program = ZORVIK_DASHBOARD_EXE,
+                     const QProcessEnvironment& extra = QProcessEnvironment());
     // Starts the program with "--exit" and waits for its end; true when it ended with `code`.
     bool stopWith(int code);
     Dashboard& startReady(const QStringList& args);
@@ -111,6 +132,9 @@ void TestStartup::cleanup()
 {
     for (auto& d : started) {
         if (d->running()) {
+            // A wrapper (xvfb-run) goes with everything it started.
+            for (qint64 pid : descendants(d->process->processId()))
+                ::kill(static_cast<pid_t>(pid), SIGKILL);
             d->process->kill();
             d->process->waitForFinished();
         }
@@ -123,16 +147,18 @@ void TestStartup::cleanup()
     home.reset();
 }
 
-Dashboard& TestStartup::start(const QStringList& args)
+Dashboard& TestStartup::start(const QStringList& args, const QString& program, const QProcessEnvironment& extra)
 {
     auto d = std::make_unique<Dashboard>();
     d->logDir = QString("%1/logs-%2").arg(home->path()).arg(started.size());
     QProcessEnvironment env = home->environment();
     env.insert("ZORVIK_LOG_DIR", d->logDir);
+    for (const QString& key : extra.keys())
+        env.insert(key, extra.value(key));
     d->process->setProcessEnvironment(env);
     d->process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     d->process->setStandardOutputFile(QProcess::nullDevice());
-    d->process->start(ZORVIK_DASHBOARD_EXE, args);
+    d->process->start(program, args);
     d->process->waitForStarted();
     started.push_back(std::move(d));
     return *started.back();
@@ -364,6 +390,37 @@ void TestStartup::trayStart()
     QCOMPARE(a.has("showWindow"), hidden);
     QVERIFY(stopWith(0));
     QVERIFY(a.endsWith(0));
+}
+
+void TestStartup::x11WithGtk()
+{
+    // Under X11 the program initialises GTK when the library is installed. GTK hooks into
+    // the GLib loop that runs Qt's events, so the program must live through many rounds of
+    // its event loop afterwards: raised by a second start, then stopped.
+    QProcessEnvironment x11;
+    x11.insert("QT_QPA_PLATFORM", "xcb");
+    Dashboard& a =
+        start({"-a", "-s", "-nolisten tcp", ZORVIK_DASHBOARD_EXE, "--restart"}, "xvfb-run", x11);
+    QVERIFY2(a.waitFor("DashboardWindow end init"), qPrintable(a.logText()));
+    QVERIFY(a.has("DEBUG dashboard: QT Style: "));
+
+    qint64 program = 0;
+    for (qint64 pid : descendants(a.process->processId())) {
+        if (QFileInfo(QString("/proc/%1/exe").arg(pid)).symLinkTarget() == QFileInfo(ZORVIK_DASHBOARD_EXE).canonicalFilePath())
+            program = pid;
+    }
+    QVERIFY(program > 0);
+    QVERIFY2(shell::readFile(QString("/proc/%1/maps").arg(program)).contains("libgtk-x11-2.0"),
+             "GTK is not mapped in the running program: unloaded after gtk_init, or not installed "
+             "(scripts/install-deps installs libgtk2.0-0)");
+
+    Dashboard& b = start({});
+    QVERIFY(b.endsWith(1));
+    QVERIFY(a.waitFor("Dashboard window raised"));
+    QVERIFY(a.running());
+    QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+    QCOMPARE(a.lines().last(), kFinishBanner);
 }
 
 QTEST_GUILESS_MAIN(TestStartup)
