@@ -53,8 +53,10 @@ QString strRemoval(int action)
 
 QString scardResultText(LONG result)
 {
-    // pcsc-lite's LONG is 64 bits wide here; the codes are 32-bit values.
-    return QString::number(static_cast<qint32>(static_cast<quint32>(result)), 16);
+    // pcsc-lite's LONG is 64 bits wide here; the codes are 32-bit values. Qt prints a
+    // negative number in base 16 as its unsigned 64-bit pattern, so the sign goes by hand.
+    const qint64 code = static_cast<qint32>(static_cast<quint32>(result));
+    return code < 0 ? "-" + QString::number(-code, 16) : QString::number(code, 16);
 }
 
 DashboardTokenInfo::DashboardTokenInfo(QObject* parent) : QThread(parent)
