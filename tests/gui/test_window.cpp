@@ -8,6 +8,7 @@
 #include "ui_dashboard_window.h"
 
 #include <QMessageBox>
+#include <QNetworkProxy>
 #include <QSslCertificate>
 #include <QSystemTrayIcon>
 #include <QtTest>
