@@ -31,8 +31,8 @@ QProcessEnvironment TestHome::environment() const
 void TestHome::apply() const
 {
     const QProcessEnvironment env = environment();
-    for (const QString& key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR"})
-        qputenv(key.toLocal8Bit(), env.value(key).toLocal8Bit());
+    for (const char* key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR"})
+        qputenv(key, env.value(key).toLocal8Bit());
 }
 
 QString TestHome::readLog() const
