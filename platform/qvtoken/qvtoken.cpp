@@ -417,6 +417,10 @@ qvtoken_token* qvtoken_findNextToken(qvtoken_search* search, int waitMs)
                 delete token; // destroyed meanwhile by another thread
                 return nullptr;
             }
+            if (search->returned.count(readers[i])) {
+                delete token; // handed out meanwhile by a call on another thread
+                continue;
+            }
             token->search = search;
             search->returned.insert(readers[i]);
             search->tokens.push_back(token);
