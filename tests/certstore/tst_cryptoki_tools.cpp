@@ -55,6 +55,7 @@ private slots:
     void nssAddsAndListsTheModule();
     void nssWithoutCardsSeesNoToken();
     void toolsReportAMissingBackend();
+    void pinLockHoldsAcrossProcesses();
 };
 
 void TestCryptokiTools::initTestCase()
@@ -183,6 +184,22 @@ void TestCryptokiTools::toolsReportAMissingBackend()
     QVERIFY(r.exitCode != 0);
     QVERIFY2(r.output.contains("CKR_GENERAL_ERROR"), qPrintable(r.output));
     QVERIFY(home_.waitForLog("cannot load the backing PKCS#11 module " + home_.path() + "/missing/libsofthsm2.so"));
+}
+
+void TestCryptokiTools::pinLockHoldsAcrossProcesses()
+{
+    // Three wrong PINs, each in a process of its own, lock the PIN for the next process.
+    QString out;
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(token_->pkcs11Tool({"--login", "--pin", "00000000", "--list-objects"}, &out) != 0);
+        QVERIFY2(out.contains("CKR_PIN_INVALID"), qPrintable(out));
+    }
+    QVERIFY(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out) != 0);
+    QVERIFY2(out.contains("CKR_PIN_LOCKED"), qPrintable(out));
+    QCOMPARE(token_->pkcs11Tool({"--list-token-slots"}, &out), 0);
+    QVERIFY2(out.contains("user PIN locked"), qPrintable(out));
+    // SoftHSM2 itself never locked: the right PIN still works on it directly.
+    QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out, false), 0);
 }
 
 QTEST_GUILESS_MAIN(TestCryptokiTools)
