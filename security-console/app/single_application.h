@@ -13,7 +13,8 @@ class SingleApplication : public QApplication
 public:
     static const char* const raise_command;
     static const char* const close_command;
-    static const int segmentSize = 20;
+    // constexpr (implicitly inline): std::min takes it by reference, which needs a definition.
+    static constexpr int segmentSize = 20;
 
     SingleApplication(int& argc, char** argv);
     ~SingleApplication() override;
