@@ -6,12 +6,13 @@
 
 namespace zcryptoki {
 
-struct Config {
-    std::string backend;    // path of the backing PKCS#11 module
-    std::string backendFrom; // where that path came from, for the log
-    std::string tokenLabel; // empty: the backing module's first initialised token
-    int pinRetries = 3;     // 0: the backing module alone decides about locking
-    bool noCards = false;   // ZORVIK_CRYPTOKI_NO_CARDS: the token is there without a Vantrel
+struct Config
+{
+    std::string backend;               // path of the backing PKCS#11 module
+    std::string backendFrom;           // where that path came from, for the log
+    std::string tokenLabel;            // empty: the backing module's first initialised token
+    int pinRetries = 3;                // 0: the backing module alone decides about locking
+    bool noCards = false;              // ZORVIK_CRYPTOKI_NO_CARDS: the token is there without a Vantrel
     std::vector<std::string> warnings; // lines of the files that were not understood
 };
 

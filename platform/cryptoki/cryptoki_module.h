@@ -85,7 +85,7 @@ private:
     Module() = default;
     void closeSessionsLocked();
 
-    std::mutex mutex_; // guards the members below
+    std::mutex mutex_;     // guards the members below
     std::mutex lookMutex_; // one look at the key at a time
     std::condition_variable finalized_;
     bool initialized_ = false;

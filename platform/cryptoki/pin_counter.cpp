@@ -17,7 +17,9 @@ bool makeDirs(const std::string& dir)
 {
     if (dir.empty())
         return false;
-    struct stat st{};
+    struct stat st
+    {
+    };
     if (::stat(dir.c_str(), &st) == 0)
         return S_ISDIR(st.st_mode);
     const auto slash = dir.find_last_of('/');

@@ -18,7 +18,8 @@ namespace zcryptoki {
 
 namespace {
 
-struct ReaderMemory {
+struct ReaderMemory
+{
     unsigned eventCount = 0;
     std::vector<unsigned char> atr;
     CardState verdict = CardState::Absent;
@@ -28,7 +29,8 @@ struct ReaderMemory {
 // A faulty card is asked again after this long even without a card event.
 constexpr std::chrono::seconds kFaultyRetry(2);
 
-struct PcscState {
+struct PcscState
+{
     std::mutex mutex;
     SCARDCONTEXT context = 0;
     bool haveContext = false;
@@ -51,8 +53,8 @@ std::string swText(unsigned sw)
 
 // Sends SELECT of the Vantrel application to the card in `reader`. `retry` is set when the
 // answer could not be had for a passing reason (card in exclusive use, reset under way).
-CardState probeCard(SCARDCONTEXT context, const std::string& reader, const std::vector<unsigned char>& atr,
-                    bool& retry, std::string& reason)
+CardState probeCard(SCARDCONTEXT context, const std::string& reader, const std::vector<unsigned char>& atr, bool& retry,
+                    std::string& reason)
 {
     SCARDHANDLE card = 0;
     DWORD protocol = 0;
@@ -69,7 +71,8 @@ CardState probeCard(SCARDCONTEXT context, const std::string& reader, const std::
         reason = "reader \"" + reader + "\": cannot connect to the card: " + pcsc_stringify_error(rv);
         return rv == SCARD_W_UNRESPONSIVE_CARD ? CardState::Faulty : CardState::Absent;
     }
-    const unsigned char select[] = {VANTREL_CLA_ISO, VANTREL_INS_SELECT, 0x04, 0x00, VANTREL_AID_LEN, VANTREL_AID_BYTES};
+    const unsigned char select[] = {VANTREL_CLA_ISO, VANTREL_INS_SELECT, 0x04, 0x00,
+                                    VANTREL_AID_LEN, VANTREL_AID_BYTES};
     unsigned char answer[258];
     DWORD answerLength = sizeof answer;
     const SCARD_IO_REQUEST* pci = protocol == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;

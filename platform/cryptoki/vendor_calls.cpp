@@ -47,13 +47,15 @@ CK_FUNCTION_LIST& B()
 }
 
 // One public-data answer; kept until the next call.
-struct PublicEntry {
+struct PublicEntry
+{
     ZorvikPublicObject object{};
     ZorvikLabel label{};
     Bytes id, value, exponent, labelText;
 };
 
-struct PublicData {
+struct PublicData
+{
     std::vector<std::unique_ptr<PublicEntry>> entries;
     std::vector<ZorvikPublicObject*> pointers;
     ZorvikPublicTokenData data{};
@@ -206,7 +208,8 @@ template <typename T> CK_ATTRIBUTE attr(CK_ATTRIBUTE_TYPE type, const T& value)
 
 CK_RV collect(CK_SESSION_HANDLE session, PublicData& out)
 {
-    struct Item {
+    struct Item
+    {
         Bytes id;
         int type;
         std::optional<Bytes> label;
@@ -248,9 +251,8 @@ CK_RV collect(CK_SESSION_HANDLE session, PublicData& out)
     }
 
     // A certificate next to its key pair, in the order of the identifiers.
-    std::stable_sort(items.begin(), items.end(), [](const Item& a, const Item& b) {
-        return a.id != b.id ? a.id < b.id : a.type < b.type;
-    });
+    std::stable_sort(items.begin(), items.end(),
+                     [](const Item& a, const Item& b) { return a.id != b.id ? a.id < b.id : a.type < b.type; });
     for (Item& item : items) {
         auto e = std::make_unique<PublicEntry>();
         e->id = std::move(item.id);
@@ -363,7 +365,8 @@ int encodeInteger(const void* integer, unsigned char** out)
 }
 
 // What the import checked and derived before touching the token.
-struct PreparedImport {
+struct PreparedImport
+{
     Bytes id, label, der, subject, issuer, serial, modulus, exponent, privateExponent;
     ~PreparedImport()
     {
@@ -427,7 +430,8 @@ CK_RV prepareImport(const char* name, CK_ULONG nameLength, const unsigned char* 
                       BN_mod_inverse(d.get(), e.get(), lambda.get(), ctx.get()) != nullptr;
     consistent = consistent && BN_mod(check.get(), d.get(), p1.get(), ctx.get()) && BN_cmp(check.get(), dp.get()) == 0;
     consistent = consistent && BN_mod(check.get(), d.get(), q1.get(), ctx.get()) && BN_cmp(check.get(), dq.get()) == 0;
-    consistent = consistent && BN_mod_mul(check.get(), qinv.get(), q.get(), pr.get(), ctx.get()) && BN_is_one(check.get());
+    consistent =
+        consistent && BN_mod_mul(check.get(), qinv.get(), q.get(), pr.get(), ctx.get()) && BN_is_one(check.get());
     if (!consistent) {
         zcryptoki::logError("import refused: the RSA key parts do not make one key");
         return CKR_TEMPLATE_INCONSISTENT;
@@ -486,10 +490,21 @@ CK_RV storeImport(CK_SESSION_HANDLE s, const PreparedImport& in, const ZorvikRsa
     const CK_ATTRIBUTE exponentAttr = attr(CKA_PUBLIC_EXPONENT, in.exponent.data(), in.exponent.size());
     rv = CKR_OK;
     if (!havePrivate) {
-        rv = create({attr(CKA_CLASS, privClass), attr(CKA_KEY_TYPE, rsa), attr(CKA_TOKEN, yes),
-                     attr(CKA_PRIVATE, yes), attr(CKA_SENSITIVE, yes), attr(CKA_EXTRACTABLE, no),
-                     attr(CKA_DECRYPT, yes), attr(CKA_SIGN, yes), attr(CKA_SIGN_RECOVER, yes), attr(CKA_UNWRAP, yes),
-                     labelAttr, idAttr, subjectAttr, modulusAttr, exponentAttr,
+        rv = create({attr(CKA_CLASS, privClass),
+                     attr(CKA_KEY_TYPE, rsa),
+                     attr(CKA_TOKEN, yes),
+                     attr(CKA_PRIVATE, yes),
+                     attr(CKA_SENSITIVE, yes),
+                     attr(CKA_EXTRACTABLE, no),
+                     attr(CKA_DECRYPT, yes),
+                     attr(CKA_SIGN, yes),
+                     attr(CKA_SIGN_RECOVER, yes),
+                     attr(CKA_UNWRAP, yes),
+                     labelAttr,
+                     idAttr,
+                     subjectAttr,
+                     modulusAttr,
+                     exponentAttr,
                      attr(CKA_PRIVATE_EXPONENT, in.privateExponent.data(), in.privateExponent.size()),
                      attr(CKA_PRIME_1, parts.prime1.data, parts.prime1.length),
                      attr(CKA_PRIME_2, parts.prime2.data, parts.prime2.length),

@@ -48,7 +48,8 @@ extern "C" {
 #define ZORVIK_OBJECT_RSA_KEYPAIR 2
 
 /* A label: UTF-8 bytes (followed by a NUL not counted in length). */
-typedef struct ZorvikLabel {
+typedef struct ZorvikLabel
+{
     const unsigned char* text; /* offset 0 */
     uint32_t length;           /* offset 8 */
     uint32_t reserved;
@@ -56,7 +57,8 @@ typedef struct ZorvikLabel {
 
 /* One object of the key. Certificates and RSA key pairs are separate objects; a key pair
  * and its certificate share the identifier. */
-typedef struct ZorvikPublicObject {
+typedef struct ZorvikPublicObject
+{
     int32_t index; /* offset 0: position in the list */
     uint32_t reserved0;
     const unsigned char* id; /* offset 8: CKA_ID bytes */
@@ -73,27 +75,30 @@ typedef struct ZorvikPublicObject {
     const ZorvikLabel* label; /* offset 232: or NULL when the object has no label */
 } ZorvikPublicObject;
 
-typedef struct ZorvikPublicTokenData {
+typedef struct ZorvikPublicTokenData
+{
     ZorvikPublicObject** objects; /* offset 0 */
     int32_t count;                /* offset 8 */
     int32_t reserved;
 } ZorvikPublicTokenData;
 
 /* One big-endian magnitude of an RSA key component. */
-typedef struct ZorvikKeyPart {
+typedef struct ZorvikKeyPart
+{
     const unsigned char* data;
     uint64_t length;
 } ZorvikKeyPart;
 
 /* The RSA key as C_ImportCertAndKey receives it; the private exponent is derived. */
-typedef struct ZorvikRsaKeyParts {
-    ZorvikKeyPart modulus;         /* n */
-    ZorvikKeyPart publicExponent;  /* e */
-    ZorvikKeyPart prime1;          /* p */
-    ZorvikKeyPart prime2;          /* q */
-    ZorvikKeyPart exponent1;       /* d mod (p-1) */
-    ZorvikKeyPart exponent2;       /* d mod (q-1) */
-    ZorvikKeyPart coefficient;     /* q^-1 mod p */
+typedef struct ZorvikRsaKeyParts
+{
+    ZorvikKeyPart modulus;        /* n */
+    ZorvikKeyPart publicExponent; /* e */
+    ZorvikKeyPart prime1;         /* p */
+    ZorvikKeyPart prime2;         /* q */
+    ZorvikKeyPart exponent1;      /* d mod (p-1) */
+    ZorvikKeyPart exponent2;      /* d mod (q-1) */
+    ZorvikKeyPart coefficient;    /* q^-1 mod p */
 } ZorvikRsaKeyParts;
 
 /* Number of keys whose token the module can reach now (0 or 1). 0 before C_Initialize. */

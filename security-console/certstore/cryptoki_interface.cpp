@@ -58,9 +58,9 @@ class RsaParts
 public:
     explicit RsaParts(EVP_PKEY* key)
     {
-        static const char* const names[7] = {OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,
-                                             OSSL_PKEY_PARAM_RSA_FACTOR1,   OSSL_PKEY_PARAM_RSA_FACTOR2,
-                                             OSSL_PKEY_PARAM_RSA_EXPONENT1, OSSL_PKEY_PARAM_RSA_EXPONENT2,
+        static const char* const names[7] = {OSSL_PKEY_PARAM_RSA_N,           OSSL_PKEY_PARAM_RSA_E,
+                                             OSSL_PKEY_PARAM_RSA_FACTOR1,     OSSL_PKEY_PARAM_RSA_FACTOR2,
+                                             OSSL_PKEY_PARAM_RSA_EXPONENT1,   OSSL_PKEY_PARAM_RSA_EXPONENT2,
                                              OSSL_PKEY_PARAM_RSA_COEFFICIENT1};
         ZorvikKeyPart* fields[7] = {&record.modulus,   &record.publicExponent, &record.prime1,     &record.prime2,
                                     &record.exponent1, &record.exponent2,      &record.coefficient};
@@ -351,7 +351,8 @@ void CryptokiInterface::importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, QSt
     }
     if (!isCertValid(certs.first()))
         log("invalid certificate");
-    log(QString("Found certificate: issuerInfo: %1").arg(certs.first().issuerInfo(QSslCertificate::Organization).join(", ")));
+    log(QString("Found certificate: issuerInfo: %1")
+            .arg(certs.first().issuerInfo(QSslCertificate::Organization).join(", ")));
     if (certExist(derBytes.constData(), derLength)) {
         log("Duplicate certificate");
         der.reset();
@@ -443,14 +444,17 @@ QString CryptokiErrorString(unsigned long code)
     case 164:
         return QCoreApplication::translate("Error message", "Key blocked");
     case 225:
-        return QCoreApplication::translate("Error message", "Your Vantrel is needed to display your certificates. Insert your Vantrel.");
+        return QCoreApplication::translate("Error message",
+                                           "Your Vantrel is needed to display your certificates. Insert your Vantrel.");
     case 2147483648UL:
         return QCoreApplication::translate("Error message", "The authentication server is not responding.");
     case 2147483649UL:
         return QCoreApplication::translate("Error message", "Key was disabled by user");
     default:
-        return QCoreApplication::translate("Error message", "Your Vantrel does not appear to be responding correctly. Try removing and reinserting the "
-                           "Vantrel. Contact support if the issue continues. Error code %1")
+        return QCoreApplication::translate(
+                   "Error message",
+                   "Your Vantrel does not appear to be responding correctly. Try removing and reinserting the "
+                   "Vantrel. Contact support if the issue continues. Error code %1")
             .arg(QString::number(code, 16).toUpper());
     }
 }

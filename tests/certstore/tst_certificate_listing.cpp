@@ -15,7 +15,8 @@ class TestCertificateListing : public QObject
     Q_OBJECT
 
 private:
-    struct Outcome {
+    struct Outcome
+    {
         QList<CryptokiStorageItem> items;
         bool listed = false;
         QVariantList cannot;
@@ -29,8 +30,9 @@ private:
             out.items = items;
             out.listed = true;
         });
-        connect(&ci, &CryptokiInterface::cannotGetCertificates, this,
-                [&](int code, int status) { out.cannot = {code, status}; });
+        connect(&ci, &CryptokiInterface::cannotGetCertificates, this, [&](int code, int status) {
+            out.cannot = {code, status};
+        });
         ci.slotGetCertificates();
         return out;
     }

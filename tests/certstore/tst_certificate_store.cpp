@@ -39,8 +39,9 @@ public:
     explicit Answers(CryptokiInterface* ci)
     {
         connect(ci, &CryptokiInterface::importFinished, this, [this] { events << "finished"; });
-        connect(ci, &CryptokiInterface::error, this,
-                [this](const QString& message, int index) { events << QString("error %1: %2").arg(index).arg(message); });
+        connect(ci, &CryptokiInterface::error, this, [this](const QString& message, int index) {
+            events << QString("error %1: %2").arg(index).arg(message);
+        });
     }
     QStringList events;
 };

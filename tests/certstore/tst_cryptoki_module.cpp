@@ -17,7 +17,8 @@
 namespace {
 
 // One object of the public token data, read at the offsets the dashboard reads.
-struct Listed {
+struct Listed
+{
     int index = -1;
     QByteArray id;
     int type = 0;
@@ -77,7 +78,8 @@ QList<Listed> listOrFail()
 }
 
 // The key parts record handed to C_ImportCertAndKey; keeps the bytes it points at.
-struct KeyParts {
+struct KeyParts
+{
     explicit KeyParts(const QList<QByteArray>& parts) : bytes(parts)
     {
         ZorvikKeyPart* fields[] = {&record.modulus,   &record.publicExponent, &record.prime1,     &record.prime2,
@@ -389,8 +391,9 @@ void TestCryptokiModule::labels()
     const QString name = QString::fromUtf8("Ångström");
     const QByteArray utf8 = name.toUtf8();
     const TestCredential zoe = TestCredential::make("Zoe");
-    QCOMPARE(asDashboard(kPin, [&] { return importCert(utf8.left(name.size()), zoe.certificateDer(), zoe.rsaParts()); }),
-             CKR_OK);
+    QCOMPARE(
+        asDashboard(kPin, [&] { return importCert(utf8.left(name.size()), zoe.certificateDer(), zoe.rsaParts()); }),
+        CKR_OK);
     // Without a name the certificate's common name is the label.
     TestCredential::Options o;
     o.commonName = QString::fromUtf8("Jürgen Common");
@@ -462,9 +465,11 @@ void TestCryptokiModule::wrongAndLockedPin()
     QCOMPARE(loginOnce(kPin), CKR_PIN_LOCKED);
     // The removal path of the dashboard meets the same code at its login.
     const QByteArray id(20, 'x');
-    QCOMPARE(asDashboard(kPin, [&] {
-                 return C_RemoveContainerByID(0, reinterpret_cast<const unsigned char*>(id.constData()), id.size());
-             }),
+    QCOMPARE(asDashboard(kPin,
+                         [&] {
+                             return C_RemoveContainerByID(0, reinterpret_cast<const unsigned char*>(id.constData()),
+                                                          id.size());
+                         }),
              CKR_PIN_LOCKED);
 
     // The security officer sets a new user PIN, which unlocks.

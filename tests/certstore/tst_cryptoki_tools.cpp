@@ -10,7 +10,8 @@
 
 namespace {
 
-struct Run {
+struct Run
+{
     int exitCode = -1;
     QString output;
 };
@@ -116,10 +117,10 @@ void TestCryptokiTools::pkcs11ToolListsAndSigns()
     const Run pub = run("openssl", {"x509", "-in", dir + "/alice.pem", "-pubkey", "-noout", "-out", dir + "/alice.pub"},
                         QProcessEnvironment::systemEnvironment());
     QCOMPARE(pub.exitCode, 0);
-    const Run verify = run("openssl",
-                           {"dgst", "-sha256", "-verify", dir + "/alice.pub", "-signature", dir + "/signature",
-                            dir + "/message"},
-                           QProcessEnvironment::systemEnvironment());
+    const Run verify =
+        run("openssl",
+            {"dgst", "-sha256", "-verify", dir + "/alice.pub", "-signature", dir + "/signature", dir + "/message"},
+            QProcessEnvironment::systemEnvironment());
     QVERIFY2(verify.exitCode == 0 && verify.output.contains("Verified OK"), qPrintable(verify.output));
 }
 
@@ -140,9 +141,8 @@ void TestCryptokiTools::nssAddsAndListsTheModule()
     const QString db = "sql:" + home_.path() + "/nssdb";
     QDir().mkpath(home_.path() + "/nssdb");
     QCOMPARE(run("certutil", {"-N", "-d", db, "--empty-password"}, env()).exitCode, 0);
-    const Run add = run("modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(),
-                                    "-force"},
-                        env());
+    const Run add = run(
+        "modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(), "-force"}, env());
     QVERIFY2(add.exitCode == 0 && add.output.contains("added to database"), qPrintable(add.output));
     const Run list = run("modutil", {"-dbdir", db, "-list"}, env());
     QVERIFY2(list.exitCode == 0, qPrintable(list.output));

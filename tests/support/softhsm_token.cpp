@@ -38,9 +38,9 @@ SoftHsmToken::SoftHsmToken(const QString& label, const QString& pin) : label_(la
         return;
     }
     QString out;
-    const int rc = run("bash",
-                       {setupScript(), "init", dir_.path(), "--label", label_, "--pin", pin_, "--so-pin", kDefaultSoPin},
-                       QProcessEnvironment::systemEnvironment(), &out);
+    const int rc =
+        run("bash", {setupScript(), "init", dir_.path(), "--label", label_, "--pin", pin_, "--so-pin", kDefaultSoPin},
+            QProcessEnvironment::systemEnvironment(), &out);
     valid_ = rc == 0;
     if (!valid_)
         error_ = "softhsm-setup init failed: " + out;
@@ -90,8 +90,8 @@ QString SoftHsmToken::load(const TestCredential& credential, const QString& labe
     const QString key = dir_.path() + "/load-key.pem";
     if (!credential.writePem(cert, key))
         return {};
-    QStringList args{setupScript(), "load", dir_.path(), "--cert", cert, "--key", key, "--pin", pin_,
-                     "--token-label", label_};
+    QStringList args{setupScript(), "load",  dir_.path(), "--cert",        cert,  "--key",
+                     key,           "--pin", pin_,        "--token-label", label_};
     if (!label.isEmpty())
         args << "--label" << label;
     QString out;

@@ -156,8 +156,8 @@ bool TestCredential::writePkcs12(const QString& path, const QString& password, c
     // Without a password: no encryption and no MAC, as some exporting tools do.
     const int nid = password.isEmpty() ? -1 : 0;
     PKCS12* p12 = PKCS12_create(password.isEmpty() ? nullptr : pass.constData(),
-                                friendlyName.isEmpty() ? nullptr : fname.constData(), key_.get(), cert_.get(),
-                                nullptr, nid, nid, 0, password.isEmpty() ? -1 : 0, 0);
+                                friendlyName.isEmpty() ? nullptr : fname.constData(), key_.get(), cert_.get(), nullptr,
+                                nid, nid, 0, password.isEmpty() ? -1 : 0, 0);
     if (!p12)
         return false;
     unsigned char* der = nullptr;
@@ -174,9 +174,9 @@ bool TestCredential::writePkcs12(const QString& path, const QString& password, c
 QList<QByteArray> TestCredential::rsaParts() const
 {
     EVP_PKEY* k = key_.get();
-    return {bnParam(k, OSSL_PKEY_PARAM_RSA_N),         bnParam(k, OSSL_PKEY_PARAM_RSA_E),
-            bnParam(k, OSSL_PKEY_PARAM_RSA_FACTOR1),   bnParam(k, OSSL_PKEY_PARAM_RSA_FACTOR2),
-            bnParam(k, OSSL_PKEY_PARAM_RSA_EXPONENT1), bnParam(k, OSSL_PKEY_PARAM_RSA_EXPONENT2),
+    return {bnParam(k, OSSL_PKEY_PARAM_RSA_N),           bnParam(k, OSSL_PKEY_PARAM_RSA_E),
+            bnParam(k, OSSL_PKEY_PARAM_RSA_FACTOR1),     bnParam(k, OSSL_PKEY_PARAM_RSA_FACTOR2),
+            bnParam(k, OSSL_PKEY_PARAM_RSA_EXPONENT1),   bnParam(k, OSSL_PKEY_PARAM_RSA_EXPONENT2),
             bnParam(k, OSSL_PKEY_PARAM_RSA_COEFFICIENT1)};
 }
 

@@ -16,7 +16,8 @@ class TestCredential
 {
 public:
     enum KeyKind { Rsa, Ec };
-    struct Options {
+    struct Options
+    {
         QString commonName = "Test User";
         QStringList organizations;
         QStringList emails;       // subject alternative names, rfc822Name
