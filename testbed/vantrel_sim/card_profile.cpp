@@ -117,6 +117,7 @@ std::string usageText()
            "  --controller TEXT    controller version text (default 2.1)\n"
            "  --not-vantrel        a plain card: ATR only, SELECT answers 6A82\n"
            "  --atr HEX            answer-to-reset bytes\n"
+           "  --foreign-secret     answer tickets with a secret the key service does not know\n"
            "  --fail-status SW     answer GET STATUS with SW (e.g. 6F00)\n"
            "  --fail-ticket SW     answer AUTH TICKET with SW\n"
            "  --fail-upgrade SW    answer the upgrade commit with SW\n"
@@ -151,6 +152,8 @@ bool parseCardArguments(const std::vector<std::string>& args, CardProfile& p, st
             return false;
         } else if (opt == "--not-vantrel") {
             p.vantrel = false;
+        } else if (opt == "--foreign-secret") {
+            p.foreignSecret = true;
         } else if (opt == "--no-reconnect") {
             p.reconnect = false;
         } else if (opt == "--port") {

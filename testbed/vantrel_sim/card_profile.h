@@ -18,6 +18,7 @@ struct CardProfile {
     std::vector<uint8_t> version1{1, 2, 3};   // secure-element version bytes
     std::vector<uint8_t> version2{1, 0};      // big-endian build number
     std::string controller = "2.1";           // controller version text
+    bool foreignSecret = false;               // a secret the bench key service cannot derive
 
     // Faults: an instruction byte mapped to the status word it answers instead of its work
     // (for the upgrade instruction, only the commit step fails).

@@ -149,7 +149,9 @@ std::vector<uint8_t> VantrelApplet::authTicket(const CommandApdu& apdu)
         return statusWord(VANTREL_SW_WRONG_LENGTH);
     if (const auto f = profile.failures.find(VANTREL_INS_AUTH_TICKET); f != profile.failures.end())
         return statusWord(f->second);
-    const std::vector<uint8_t> secret = benchSecret(profile.serialHex());
+    // A foreign key was provisioned elsewhere: its answers are well formed but wrong here.
+    const std::vector<uint8_t> secret = benchSecret(profile.foreignSecret ? "FOREIGN" + profile.serialHex()
+                                                                          : profile.serialHex());
     std::vector<uint8_t> r(VANTREL_HMAC_LEN);
     unsigned int len = 0;
     if (!HMAC(EVP_sha256(), secret.data(), static_cast<int>(secret.size()), apdu.data.data(), apdu.data.size(),
