@@ -44,6 +44,8 @@ int readCount(int fd)
 
 std::string stateDirectory()
 {
+    if (const char* own = std::getenv("ZORVIK_CRYPTOKI_STATE_DIR"); own && *own)
+        return own;
     const char* xdg = std::getenv("XDG_STATE_HOME");
     std::string base;
     if (xdg && *xdg) {

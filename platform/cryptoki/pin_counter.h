@@ -27,7 +27,7 @@ private:
     int limit_ = 0;
 };
 
-// ${XDG_STATE_HOME:-$HOME/.local/state}/zorvik/cryptoki
+// $ZORVIK_CRYPTOKI_STATE_DIR, else ${XDG_STATE_HOME:-$HOME/.local/state}/zorvik/cryptoki
 std::string stateDirectory();
 
 } // namespace zcryptoki

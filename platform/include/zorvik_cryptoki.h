@@ -13,7 +13,8 @@
  *                                               its first initialised token)
  *   pin-retries = 3                             wrong user PINs before the module locks the
  *                                               PIN itself (0: leave locking to the backend)
- * ZORVIK_CRYPTOKI_CONF names one more file read last (its keys win).
+ * ZORVIK_CRYPTOKI_CONF names one more file read last (its keys win). The module's own
+ * count of wrong PINs lives in $ZORVIK_CRYPTOKI_STATE_DIR, else $XDG_STATE_HOME/zorvik/cryptoki.
  *
  * Slots: the module shows one slot, ZORVIK_CRYPTOKI_SLOT. Its token is present only while
  * a Vantrel is in a PC/SC reader, unless ZORVIK_CRYPTOKI_NO_CARDS is set (to anything but

@@ -65,7 +65,7 @@ QProcessEnvironment SoftHsmToken::environment(bool noCards, QProcessEnvironment 
 {
     base.insert("SOFTHSM2_CONF", dir_.path() + "/softhsm2.conf");
     base.insert("ZORVIK_CRYPTOKI_BACKEND", backendPath());
-    base.insert("XDG_STATE_HOME", dir_.path() + "/state");
+    base.insert("ZORVIK_CRYPTOKI_STATE_DIR", dir_.path() + "/state");
     if (noCards)
         base.insert("ZORVIK_CRYPTOKI_NO_CARDS", "1");
     else
@@ -76,7 +76,7 @@ QProcessEnvironment SoftHsmToken::environment(bool noCards, QProcessEnvironment 
 void SoftHsmToken::apply(bool noCards) const
 {
     const QProcessEnvironment env = environment(noCards);
-    for (const char* name : {"SOFTHSM2_CONF", "ZORVIK_CRYPTOKI_BACKEND", "XDG_STATE_HOME"})
+    for (const char* name : {"SOFTHSM2_CONF", "ZORVIK_CRYPTOKI_BACKEND", "ZORVIK_CRYPTOKI_STATE_DIR"})
         qputenv(name, env.value(name).toLocal8Bit());
     if (noCards)
         qputenv("ZORVIK_CRYPTOKI_NO_CARDS", "1");

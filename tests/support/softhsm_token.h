@@ -28,7 +28,7 @@ public:
     static QString setupScript();
 
     // The variables that point SoftHSM2 and the module at this token: SOFTHSM2_CONF,
-    // ZORVIK_CRYPTOKI_BACKEND, XDG_STATE_HOME, and ZORVIK_CRYPTOKI_NO_CARDS=1 with `noCards`.
+    // ZORVIK_CRYPTOKI_BACKEND, ZORVIK_CRYPTOKI_STATE_DIR, and ZORVIK_CRYPTOKI_NO_CARDS=1 with `noCards`.
     QProcessEnvironment environment(bool noCards = true,
                                     QProcessEnvironment base = QProcessEnvironment::systemEnvironment()) const;
     // Sets them in this process (before the module is initialised).
