@@ -1,0 +1,372 @@
+// The key's status as the user sees it: TokenStatus and the window's Key Status tab with a
+// simulated key on the bench, the real key-service simulator and, for the proxy case, a
+// real tinyproxy.
+#include "bench.h"
+#include "dashboard_network_manager.h"
+#include "dashboard_window.h"
+#include "modal_seam.h"
+#include "proxy_sim.h"
+#include "services_sim.h"
+#include "test_support.h"
+#include "token_status.h"
+#include "ui_dashboard_window.h"
+#include "web_access.h"
+
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QUrlQuery>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+const QString kVantrelAtr = "3B 8A 80 01 5A 4F 52 56 49 4B 20 56 54 00 3A ";
+const QString kActive = "<b>Key is active and operating normally</b>";
+const QString kCancelled = "<b>Key status request was canceled. Click \"Refresh\" to try again.</b>";
+const QString kBlueStyle = "QLabel { background-color : #006090; color: white;}";
+const QString kRedStyle = "QLabel { background-color : #aa0033; color: white; }";
+const int kFlowTimeout = 20000;
+
+QString icon(const DashboardWindow& window)
+{
+    return QRegularExpression("images/([^']+)'").match(window.form()->tokenStatus_icon->text()).captured(1);
+}
+
+// Scripts the key service's answer to the key's ticket proof.
+QJsonObject authAnswer(int code, const QString& text)
+{
+    return {{"path", "/a/auth-ticket/"},
+            {"content_type", "application/json"},
+            {"body", QString(R"({"code": %1, "text": "%2"})").arg(code).arg(text)}};
+}
+
+} // namespace
+
+class TestKeyStatusFlows : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Bench bench;
+    ServicesSim sim;
+    std::unique_ptr<DashboardWindow> window;
+
+    // A window whose presence polling has seen the key, switched to the Key Status tab
+    // (which starts the query).
+    void openKeyStatusTab()
+    {
+        window = std::make_unique<DashboardWindow>();
+        window->show();
+        QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, 5000);
+        window->form()->tabs->setCurrentIndex(2);
+    }
+
+    void waitUntilIdle(TokenStatus& status)
+    {
+        QTRY_VERIFY_WITH_TIMEOUT(!status.busy && status.isFinished(), kFlowTimeout);
+        QTRY_VERIFY(!window || !window->form()->tabs->testAttribute(Qt::WA_SetCursor));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        Q_INIT_RESOURCE(dashboard);
+        QVERIFY(home.isValid());
+        home.apply();
+        QVERIFY2(sim.start(), qPrintable(sim.lastError()));
+        sim.applyEnvironment();
+        WebAccess::initSSL();
+        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
+    }
+
+    void init()
+    {
+        QVERIFY(sim.reset());
+        sim.applyEnvironment();
+        ModalSeam::reset();
+    }
+
+    void cleanup()
+    {
+        window.reset();
+        QVERIFY2(bench.removeAll(), qPrintable(bench.errorText()));
+    }
+
+    // An active key and a reachable service: the key's type and name, styled by type.
+    void activeKeyShowsTypeAndTitle_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("shownType");
+        QTest::addColumn<QString>("style");
+        QTest::newRow("Vantrel") << "TOKEN" << "Bench Vantrel" << "Vantrel" << kBlueStyle;
+        QTest::newRow("Tessaron, long name") << "MASTER_TOKEN" << QString(150, QChar(0x00e9)) << "Tessaron"
+                                             << kRedStyle;
+        QTest::newRow("unknown type") << "SOMETHING" << "Odd" << "Unknown key" << QString();
+    }
+
+    void activeKeyShowsTypeAndTitle()
+    {
+        QFETCH(QString, type);
+        QFETCH(QString, title);
+        QFETCH(QString, shownType);
+        QFETCH(QString, style);
+        QVERIFY(sim.configure({{"key", QJsonObject{{"type", type}, {"title", title}}},
+                               {"require_authenticated_ticket", true}}));
+        QVERIFY(bench.insert(0, {"--info", "36864"}));
+        openKeyStatusTab();
+        TokenStatus& status = window->tokenStatusWorker();
+        QSignalSpy ready(&status, &TokenStatus::infoKSReady);
+        QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
+        QTRY_COMPARE_WITH_TIMEOUT(window->form()->label_type->text(), shownType, kFlowTimeout);
+        waitUntilIdle(status);
+
+        const Ui::DashboardWindow* ui = window->form();
+        QCOMPARE(ready.count(), 1);
+        QCOMPARE(cancelled.count(), 0);
+        QCOMPARE(ui->label_title->text(), title.left(100));
+        QCOMPARE(ui->label_type->styleSheet(), style);
+        QCOMPARE(ui->label_info->text(), kActive);
+        QCOMPARE(icon(*window), QString("ok.png"));
+        QCOMPARE(ui->label_atr->text(), kVantrelAtr);
+        QCOMPARE(ui->label_ret_status->text(), QString("0x9000"));
+        // A production key shows no network wording.
+        QCOMPARE(ui->label_network->text(), QString());
+
+        // The status request carried the ticket the service handed out.
+        const QJsonArray tickets = sim.requests("/a/get-ticket/");
+        const QJsonArray views = sim.requests("/a/view.json");
+        QCOMPARE(tickets.size(), 1);
+        QCOMPARE(views.size(), 1);
+        QCOMPARE(ServicesSim::header(tickets.at(0), "User-Agent"), QString("Dashboard"));
+        QCOMPARE(ServicesSim::header(views.at(0), "User-Agent"), QString("Dashboard"));
+        QCOMPARE(QUrlQuery(QString::fromLatin1(ServicesSim::body(views.at(0)))).queryItemValue("ticket"),
+                 status.ticket);
+        QCOMPARE(sim.requests("/a/auth-ticket/").size(), 1);
+    }
+
+    // Keys that are not active never reach the key service.
+    void inactiveKeysStayLocal_data()
+    {
+        QTest::addColumn<QStringList>("card");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QString>("retStatus");
+        QTest::addColumn<QString>("network");
+        QTest::newRow("blank Vantrel") << QStringList{"--status", "4", "--info", "43981"} << "<b>Blank Vantrel</b>"
+                                       << "Vantrel" << "0xABCD" << QString();
+        QTest::newRow("blank Tessaron, test network")
+            << QStringList{"--status", "5", "--network", "3"} << "<b>Blank Tessaron</b>" << "Tessaron" << "0x0"
+            << "<b>Test network</b>";
+        QTest::newRow("not a Vantrel")
+            << QStringList{"--not-vantrel"}
+            << "<b>A non-compatible device was detected.</b>\nConnect a Zorvik approved USB or NFC device, then "
+               "click \"Refresh\" to view the status."
+            << "Unknown" << "Not available" << QString();
+    }
+
+    void inactiveKeysStayLocal()
+    {
+        QFETCH(QStringList, card);
+        QFETCH(QString, message);
+        QFETCH(QString, type);
+        QFETCH(QString, retStatus);
+        QFETCH(QString, network);
+        QVERIFY(bench.insert(0, card));
+        openKeyStatusTab();
+        TokenStatus& status = window->tokenStatusWorker();
+        QTRY_COMPARE_WITH_TIMEOUT(window->form()->label_info->text(), message, kFlowTimeout);
+        waitUntilIdle(status);
+        const Ui::DashboardWindow* ui = window->form();
+        QCOMPARE(ui->label_type->text(), type);
+        QCOMPARE(ui->label_type->styleSheet(), type == "Vantrel" ? kBlueStyle : type == "Tessaron" ? kRedStyle : "");
+        QCOMPARE(ui->label_ret_status->text(), retStatus);
+        QCOMPARE(icon(*window), QString("update.png"));
+        QCOMPARE(ui->label_network->text(), network);
+        if (!network.isEmpty())
+            QVERIFY(!ui->label_network_title->isHidden());
+        QCOMPARE(sim.requests("/a/get-ticket/").size(), 0);
+        QCOMPARE(sim.requests("/a/auth-ticket/").size(), 0);
+        QCOMPARE(sim.requests("/a/view.json").size(), 0);
+    }
+
+    void noKeyInAnyReader()
+    {
+        TokenStatus status;
+        QSignalSpy ready(&status, &TokenStatus::infoSCReady);
+        QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
+        status.start();
+        QTRY_COMPARE_WITH_TIMEOUT(cancelled.count(), 1, kFlowTimeout);
+        QVERIFY(status.wait(5000));
+        QCOMPARE(ready.count(), 1);
+        QCOMPARE(cancelled.at(0).at(0).toString(), QString());
+        QCOMPARE(status.tokenStatus, 0);
+        QCOMPARE(status.statusText, QString("<b>No key present</b>"));
+        QVERIFY(!status.busy);
+        QVERIFY(home.readLog().contains("Error Token Status - token not found"));
+    }
+
+    // The key service refuses the key's proof: its code picks the message, nothing more is
+    // asked, and the query is over.
+    void serviceRefusals_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("403") << 403 << "<b>Key is temporarily blocked</b>";
+        QTest::newRow("421") << 421
+                             << "This key is part of a KeySet that has not been fully activated.  Go to <a "
+                                "href=\"@/new-keyset/\">@/new-keyset/</a> to activate your KeySet";
+        QTest::newRow("999") << 999 << "Authorization error. Code = 999 Strange answer";
+    }
+
+    void serviceRefusals()
+    {
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        message.replace("@", sim.httpsUrl());
+        QVERIFY(sim.script(authAnswer(code, "Strange answer")));
+        QVERIFY(bench.insert(0));
+        openKeyStatusTab();
+        TokenStatus& status = window->tokenStatusWorker();
+        QSignalSpy ready(&status, &TokenStatus::infoKSReady);
+        QTRY_COMPARE_WITH_TIMEOUT(window->form()->label_info->text(), message, kFlowTimeout);
+        waitUntilIdle(status);
+        QCOMPARE(status.ksResult, code);
+        QCOMPARE(status.statusText, message);
+        QCOMPARE(status.authMessage, QString("Strange answer"));
+        QCOMPARE(icon(*window), QString("update.png"));
+        QCOMPARE(ready.count(), 0);
+        QCOMPARE(sim.requests("/a/view.json").size(), 0);
+        QVERIFY(home.readLog().contains(QString("Key service authorization failed. Result =  %1").arg(code)));
+
+        // The next refresh starts afresh and succeeds.
+        QVERIFY(sim.reset());
+        emit window->form()->tokenStatus_refresh->linkActivated(QString());
+        QTRY_COMPARE_WITH_TIMEOUT(window->form()->label_info->text(), kActive, kFlowTimeout);
+        QTRY_COMPARE(window->form()->label_type->text(), QString("Vantrel"));
+    }
+
+    // An untrusted service certificate: logged, key status 204, and the query stays "busy"
+    // so later refreshes are refused.
+    void untrustedCertificate()
+    {
+        qputenv("ZORVIK_KEYSERVICE_URL", sim.badTlsUrl().toUtf8());
+        QVERIFY(bench.insert(0));
+        openKeyStatusTab();
+        TokenStatus& status = window->tokenStatusWorker();
+        QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
+        QTRY_COMPARE_WITH_TIMEOUT(cancelled.count(), 1, kFlowTimeout);
+        QVERIFY(cancelled.at(0).at(0).toString().startsWith("Error communicating with Key Services \n"));
+        QCOMPARE(status.tokenStatus, 204);
+        QVERIFY(status.busy);
+        QTRY_COMPARE(window->form()->label_info->text(),
+                     QString("<b>SSL error occured. See dashboard.log for details</b>"));
+        QVERIFY(!window->form()->tabs->testAttribute(Qt::WA_SetCursor));
+        const QString log = home.readLog();
+        QVERIFY(countLines(log, "SSL ERROR: ") >= 1);
+        QVERIFY(log.contains("requestKSTicket_reply error "));
+
+        emit window->form()->tokenStatus_refresh_icon->linkActivated(QString());
+        QVERIFY(home.waitForLog("Get token status already active"));
+        QCOMPARE(window->form()->label_info->text(),
+                 QString("<b>SSL error occured. See dashboard.log for details</b>"));
+        QCOMPARE(sim.requests("/a/get-ticket/").size(), 0);
+    }
+
+    // Leaving the tab, pulling the key or closing the window while the key authenticates
+    // cancels the query; the service's late answer changes nothing.
+    void cancelDuringAuthentication_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("leave the tab") << "tab" << "Token status request cancelled";
+        QTest::newRow("pull the key") << "pull" << "No Key present.";
+        QTest::newRow("close the window") << "close" << "Token status request cancelled";
+    }
+
+    void cancelDuringAuthentication()
+    {
+        QFETCH(QString, how);
+        QFETCH(QString, shown);
+        QJsonObject slow = authAnswer(200, "Ticket authenticated");
+        slow["delay"] = 3;
+        QVERIFY(sim.script(slow));
+        QVERIFY(bench.insert(0));
+        openKeyStatusTab();
+        TokenStatus& status = window->tokenStatusWorker();
+        QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
+        QSignalSpy ready(&status, &TokenStatus::infoKSReady);
+        QVERIFY(sim.waitForRequests("/a/auth-ticket/", 1, kFlowTimeout));
+        QVERIFY(status.guiInstance);
+
+        if (how == "tab")
+            window->form()->tabs->setCurrentIndex(3);
+        else if (how == "pull")
+            QVERIFY(bench.remove(0));
+        else
+            window->close();
+
+        QTRY_COMPARE_WITH_TIMEOUT(cancelled.count(), 1, 5000);
+        QCOMPARE(cancelled.at(0).at(0).toString(), QString("Token status request cancelled"));
+        QCOMPARE(status.ksResult, 603);
+        QCOMPARE(status.statusText, kCancelled);
+        QVERIFY(!status.busy);
+        QVERIFY(!status.guiInstance);
+        QTRY_COMPARE(window->form()->label_info->text(), shown);
+        QCOMPARE(icon(*window), QString(how == "pull" ? "new.png" : "update.png"));
+        QVERIFY(home.readLog().contains("Force close qvtoken_gui instance"));
+
+        // A new query goes through; the abandoned exchange never adds a status request.
+        if (how == "pull")
+            QVERIFY(bench.insert(0)); // the key comes back while the tab is shown
+        else if (how == "tab")
+            window->form()->tabs->setCurrentIndex(2);
+        else
+            emit window->form()->tokenStatus_refresh->linkActivated(QString());
+        QTRY_COMPARE_WITH_TIMEOUT(ready.count(), 1, kFlowTimeout);
+        waitUntilIdle(status);
+        QCOMPARE(cancelled.count(), 1);
+        QCOMPARE(sim.requests("/a/auth-ticket/").size(), 2);
+        QCOMPARE(sim.requests("/a/view.json").size(), 1);
+    }
+
+    // With the proxy switched on in the Advanced tab, the whole exchange goes through it.
+    void throughTheProxy()
+    {
+        ProxySim proxy;
+        QVERIFY2(proxy.start(sim), qPrintable(proxy.lastError()));
+        qputenv("ZORVIK_KEYSERVICE_URL", sim.proxiedHttpsUrl().toUtf8());
+        QVERIFY(bench.insert(0));
+        window = std::make_unique<DashboardWindow>();
+        window->show();
+        QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, 5000);
+        Ui::DashboardWindow* ui = window->form();
+        ui->tabs->setCurrentIndex(3);
+        ui->proxyAddressLineEdit->setText(proxy.host());
+        ui->proxyPortLineEdit->setText(QString::number(proxy.port()));
+        ui->useProxyCheckBox->setChecked(false);
+        ui->useProxyCheckBox->setChecked(true);
+
+        ui->tabs->setCurrentIndex(2);
+        QTRY_COMPARE_WITH_TIMEOUT(ui->label_type->text(), QString("Vantrel"), kFlowTimeout);
+        QCOMPARE(ui->label_title->text(), QString("Bench Vantrel"));
+        QCOMPARE(ui->label_info->text(), kActive);
+        const QString connect = QString("CONNECT %1:%2").arg(sim.benchName()).arg(sim.httpsPort());
+        QVERIFY2(proxy.waitForLog(connect), qPrintable(proxy.readLog()));
+        // Both the program and the token GUI library went through it.
+        QVERIFY2(countLines(proxy.readLog(), connect) >= 2, qPrintable(proxy.readLog()));
+        for (const QString path : {"/a/get-ticket/", "/a/auth-ticket/", "/a/view.json"}) {
+            const QJsonArray requests = sim.requests(path);
+            QCOMPARE(requests.size(), 1);
+            QCOMPARE(ServicesSim::header(requests.at(0), "Host"),
+                     QString("%1:%2").arg(sim.benchName()).arg(sim.httpsPort()));
+        }
+        ui->useProxyCheckBox->setChecked(false);
+        DashboardNetworkManager::SetupProxy(ProxyConfig());
+    }
+};
+
+QTEST_MAIN(TestKeyStatusFlows)
+#include "tst_key_status_flows.moc"
