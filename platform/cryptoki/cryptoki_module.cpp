@@ -145,7 +145,7 @@ CK_RV Module::finalize()
     finalized_.notify_all();
     releasePublicData();
     releasePresence();
-    logInfo("finalised");
+    logDebug("finalised");
     return CKR_OK;
 }
 
