@@ -199,6 +199,8 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     connect(ticketSender, &TicketSender::support_sent, this, &DashboardWindow::slotSupportSent);
 
     setStatusIndicator(0);
+    // The network line appears only for a key that reports a network other than production.
+    ui->label_network_title->hide();
     Log::print(Log::DEBUG, "DashboardWindow end init");
 }
 

@@ -1,0 +1,146 @@
+// The window's key state, tray icon and service-error handling driven by a real pcscd with
+// vpcd readers and the simulated key.
+#include "bench.h"
+#include "dashboard_token_info.h"
+#include "dashboard_window.h"
+#include "modal_seam.h"
+#include "test_support.h"
+#include "ui_dashboard_window.h"
+
+#include <QMessageBox>
+#include <QSystemTrayIcon>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+const QString kKey = ":/Icons/images/tokenicon.png";
+const QString kReader = ":/Icons/images/tokenicon-orange.png";
+const QString kError = ":/Icons/images/tokenicon-red.png";
+const int kRound = 5000; // generous: a polling round plus pcscd's own card detection
+} // namespace
+
+class TestWindowBench : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    void noReaderIsAServiceError();
+    void readerKeyAndRemoval();
+    void keyInVirtualReaderCounts();
+    void serviceStopsAndRecovers();
+
+private:
+    int serviceBoxes() const;
+    void openWindow();
+
+    TestHome home;
+    std::unique_ptr<Bench> bench;
+    std::unique_ptr<DashboardWindow> window;
+};
+
+void TestWindowBench::initTestCase()
+{
+    Q_INIT_RESOURCE(dashboard);
+    home.apply();
+}
+
+void TestWindowBench::cleanup()
+{
+    window.reset();
+    bench.reset();
+    ModalSeam::reset();
+}
+
+int TestWindowBench::serviceBoxes() const
+{
+    int n = 0;
+    for (const QString& box : ModalSeam::seen())
+        if (box.contains("SmartCard Service error"))
+            ++n;
+    return n;
+}
+
+void TestWindowBench::openWindow()
+{
+    window = std::make_unique<DashboardWindow>();
+    window->show();
+}
+
+void TestWindowBench::noReaderIsAServiceError()
+{
+    bench = std::make_unique<Bench>();
+    QVERIFY2(bench->start({"--no-readers"}), qPrintable(bench->errorText()));
+    ModalSeam::answer(QMessageBox::Cancel);
+    openWindow();
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
+    QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: SmartCard service error"));
+    // Later rounds fail the same way without another box.
+    QTest::qWait(1500);
+    QCOMPARE(serviceBoxes(), 1);
+    QVERIFY(window->scardError);
+}
+
+void TestWindowBench::readerKeyAndRemoval()
+{
+    bench = std::make_unique<Bench>();
+    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    openWindow();
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+    QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Reader %1 found").arg(bench->readerName(0)));
+
+    QSignalSpy noToken(window.get(), &DashboardWindow::noToken);
+    window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
+    QVERIFY2(bench->insert(0, {"--status", "4"}), qPrintable(bench->errorText()));
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kKey, kRound);
+    QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Key available"));
+    QVERIFY(window->form()->import_cert_icon->text().contains("import_cert.png"));
+
+    QVERIFY2(bench->remove(0), qPrintable(bench->errorText()));
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+    QCOMPARE(window->form()->stackedWidget->currentIndex(), 0);
+    QVERIFY(window->form()->import_cert_icon->text().contains("import_cert-gray.png"));
+    // The rounds after the removal change nothing more.
+    QTest::qWait(1500);
+    QCOMPARE(noToken.count(), 1);
+    QCOMPARE(serviceBoxes(), 0);
+}
+
+void TestWindowBench::keyInVirtualReaderCounts()
+{
+    bench = std::make_unique<Bench>();
+    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    const int virtualReader = bench->readerNames().indexOf(QRegularExpression("^Zorvik Virtual Card Reader.*"));
+    QVERIFY(virtualReader >= 0);
+    QVERIFY2(bench->insert(virtualReader), qPrintable(bench->errorText()));
+    openWindow();
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kKey, kRound);
+    QVERIFY(window->tokenPresent);
+}
+
+void TestWindowBench::serviceStopsAndRecovers()
+{
+    bench = std::make_unique<Bench>();
+    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    openWindow();
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+
+    // Cancel keeps the program running in the error state.
+    ModalSeam::answer(QMessageBox::Cancel);
+    QVERIFY2(bench->stopPcscd(), qPrintable(bench->errorText()));
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
+    QTest::qWait(1500);
+    QCOMPARE(serviceBoxes(), 1);
+    QVERIFY(home.readLog().contains("SmartCard Interface Error"));
+
+    QVERIFY2(bench->startPcscd(), qPrintable(bench->errorText()));
+    QTRY_VERIFY_WITH_TIMEOUT(!window->scardError, kRound);
+    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+    QVERIFY(home.readLog().contains("SmartCard Interface Recovered from Error"));
+    QCOMPARE(serviceBoxes(), 1);
+}
+
+QTEST_MAIN(TestWindowBench)
+#include "test_window_bench.moc"
