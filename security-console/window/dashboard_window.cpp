@@ -77,6 +77,9 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     connect(cryptokiStorage, &CryptokiStorage::cannotGetCertificates, this,
             &DashboardWindow::slotCannotGetCertificates);
     ui->refresh_cert_icon->hide();
+    // The certificate list sits on the tab's own background, not on a grey scroll viewport.
+    ui->certsScrollArea->viewport()->setAutoFillBackground(false);
+    ui->certsScrollContents->setAutoFillBackground(false);
 
     // Tray menu.
     trayMenu = new QMenu(this);
