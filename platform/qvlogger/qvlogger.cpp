@@ -1,6 +1,8 @@
 // libqvlogger: timestamped log lines for the dashboard and the platform libraries.
 #include "qvlogger.h"
 
+#include "platform_files.h"
+
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -43,20 +45,6 @@ std::string systemLogDir()
     return envOr("ZORVIK_SYSTEM_LOG_DIR", "/var/log/zorvik");
 }
 
-// mkdir -p; true when the directory exists afterwards.
-bool makeDirs(const std::string& dir)
-{
-    if (dir.empty())
-        return false;
-    struct stat st{};
-    if (::stat(dir.c_str(), &st) == 0)
-        return S_ISDIR(st.st_mode);
-    const auto slash = dir.find_last_of('/');
-    if (slash != std::string::npos && slash > 0 && !makeDirs(dir.substr(0, slash)))
-        return false;
-    return ::mkdir(dir.c_str(), 0700) == 0 || errno == EEXIST;
-}
-
 struct Paths {
     std::string userDir = userLogDir();
     std::string userLog = userDir + "/dashboard.log";
@@ -82,7 +70,7 @@ std::mutex& writeMutex()
 bool appendLine(const std::string& dir, const std::string& path, const std::string& line)
 {
     int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0 && errno == ENOENT && makeDirs(dir))
+    if (fd < 0 && errno == ENOENT && zorvik_platform::makeDirs(dir))
         fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0)
         return false;

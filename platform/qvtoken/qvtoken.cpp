@@ -1,6 +1,8 @@
 // libqvtoken: Vantrel keys over PC/SC.
 #include "qvtoken.h"
 
+#include "platform_files.h"
+
 #include "pcsc_session.h"
 #include "qvlogger.h"
 #include "vantrel_protocol.h"
@@ -184,87 +186,14 @@ int vantrelCommand(CardSession& session, uint8_t ins, uint8_t p1, const std::vec
 
 std::string configFile()
 {
-    std::string dir;
-    if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x)
-        dir = x;
-    else if (const char* h = std::getenv("HOME"); h && *h)
-        dir = std::string(h) + "/.config";
-    else
-        return std::string();
-    return dir + "/zorvik/qvtoken.conf";
-}
-
-bool makeDirs(const std::string& dir)
-{
-    if (dir.empty())
-        return false;
-    struct stat st{};
-    if (::stat(dir.c_str(), &st) == 0)
-        return S_ISDIR(st.st_mode);
-    const auto slash = dir.find_last_of('/');
-    if (slash != std::string::npos && slash > 0 && !makeDirs(dir.substr(0, slash)))
-        return false;
-    return ::mkdir(dir.c_str(), 0700) == 0 || errno == EEXIST;
+    const std::string dir = zorvik_platform::userConfigDir();
+    return dir.empty() ? dir : dir + "/qvtoken.conf";
 }
 
 std::mutex& settingsMutex()
 {
     static std::mutex m;
     return m;
-}
-
-std::vector<std::string> readLines(const std::string& path)
-{
-    std::vector<std::string> lines;
-    FILE* f = std::fopen(path.c_str(), "re");
-    if (!f)
-        return lines;
-    std::string line;
-    int c;
-    while ((c = std::fgetc(f)) != EOF) {
-        if (c == '\n') {
-            lines.push_back(line);
-            line.clear();
-        } else {
-            line += static_cast<char>(c);
-        }
-    }
-    if (!line.empty())
-        lines.push_back(line);
-    std::fclose(f);
-    return lines;
-}
-
-// Replaces the file in one step: a reader sees the old file or the new one, never half.
-bool writeAtomically(const std::string& path, const std::string& content)
-{
-    const std::string dir = path.substr(0, path.find_last_of('/'));
-    if (!makeDirs(dir))
-        return false;
-    std::string tmpl = path + ".XXXXXX";
-    const int fd = ::mkostemp(tmpl.data(), O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    const char* p = content.data();
-    size_t left = content.size();
-    bool ok = true;
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            ok = false;
-            break;
-        }
-        p += n;
-        left -= static_cast<size_t>(n);
-    }
-    ok = ok && ::fchmod(fd, 0600) == 0 && ::fsync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
-    if (ok && ::rename(tmpl.c_str(), path.c_str()) == 0)
-        return true;
-    ::unlink(tmpl.c_str());
-    return false;
 }
 
 // The firmware image the upgrade writes: blocks derived from the target version.
@@ -696,7 +625,7 @@ int qvtoken_getSsl(void)
     const std::string path = configFile();
     if (path.empty())
         return 1;
-    for (const std::string& line : readLines(path)) {
+    for (const std::string& line : zorvik_platform::readLines(path)) {
         if (line.rfind("ssl=", 0) == 0) {
             const std::string v = line.substr(4);
             if (v == "0")
@@ -718,11 +647,11 @@ int qvtoken_setSsl(int on)
     }
     // Other settings in the file stay as they are.
     std::string content;
-    for (const std::string& line : readLines(path))
+    for (const std::string& line : zorvik_platform::readLines(path))
         if (line.rfind("ssl=", 0) != 0)
             content += line + "\n";
     content += on ? "ssl=1\n" : "ssl=0\n";
-    if (!writeAtomically(path, content)) {
+    if (!zorvik_platform::writeFileAtomically(path, content)) {
         QVLOG(QVLOGGER_ERROR, "Cannot store the SSL setting in %s: %s", path.c_str(), std::strerror(errno));
         return -1;
     }

@@ -1,9 +1,10 @@
 #include "https_client.h"
 
+#include "platform_files.h"
+
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 
 #include <fcntl.h>
@@ -43,14 +44,6 @@ bool parseUrl(const std::string& url, Url* out)
     }
     out->host = authority;
     return !out->host.empty();
-}
-
-std::string configDir()
-{
-    if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x)
-        return std::string(x) + "/zorvik";
-    const char* home = std::getenv("HOME");
-    return std::string(home ? home : "/tmp") + "/.config/zorvik";
 }
 
 // Remaining milliseconds until the deadline, at least 0.
@@ -207,11 +200,10 @@ ProxySetting discoverProxy()
         proxy.port = v.substr(colon + 1);
         return proxy;
     }
-    std::ifstream in(configDir() + "/com.zorvik.qvtransport.ini");
-    std::string line;
     std::string value;
     bool enabled = false;
-    while (std::getline(in, line)) {
+    for (const std::string& line : zorvik_platform::readLines(zorvik_platform::userConfigDir() +
+                                                             "/com.zorvik.qvtransport.ini")) {
         const auto eq = line.find('=');
         if (eq == std::string::npos)
             continue;

@@ -3,21 +3,19 @@
 #include "qvtoken_gui.h"
 
 #include "https_client.h"
+#include "platform_files.h"
 #include "key_answer.h"
 #include "qvlogger.h"
 
 #include <atomic>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
 #include <thread>
 
-#include <cstdio>
-#include <sys/stat.h>
 
 namespace {
 
@@ -144,18 +142,14 @@ std::string paramFile(int param)
 {
     if (param == QVTOKEN_GUI_PARAM_SIMPLE_CODES_SYSTEM)
         return envOr("ZORVIK_SYSTEM_CONFIG_DIR", "/etc/zorvik") + "/qvtoken_gui.conf";
-    std::string dir = envOr("XDG_CONFIG_HOME", "");
-    if (dir.empty())
-        dir = envOr("HOME", "/tmp") + "/.config";
-    return dir + "/zorvik/qvtoken_gui.conf";
+    const std::string dir = zorvik_platform::userConfigDir();
+    return dir.empty() ? dir : dir + "/qvtoken_gui.conf";
 }
 
 bool readParam(int param, int* value)
 {
-    std::ifstream in(paramFile(param));
-    std::string line;
     const std::string key = "param" + std::to_string(param) + "=";
-    while (std::getline(in, line)) {
+    for (const std::string& line : zorvik_platform::readLines(paramFile(param))) {
         if (line.compare(0, key.size(), key) == 0) {
             *value = std::atoi(line.c_str() + key.size());
             return true;
@@ -167,19 +161,8 @@ bool readParam(int param, int* value)
 bool writeParam(int param, int value)
 {
     const std::string path = paramFile(param);
-    const std::string dir = path.substr(0, path.rfind('/'));
-    ::mkdir(dir.substr(0, dir.rfind('/')).c_str(), 0700);
-    ::mkdir(dir.c_str(), 0700);
-    const std::string tmp = path + ".tmp";
-    {
-        std::ofstream out(tmp, std::ios::trunc);
-        if (!out)
-            return false;
-        out << "param" << param << "=" << value << "\n";
-        if (!out.flush())
-            return false;
-    }
-    return std::rename(tmp.c_str(), path.c_str()) == 0;
+    return !path.empty() &&
+           zorvik_platform::writeFileAtomically(path, "param" + std::to_string(param) + "=" + std::to_string(value) + "\n");
 }
 
 } // namespace
