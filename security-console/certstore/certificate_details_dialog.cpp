@@ -13,6 +13,8 @@
 #include <QProcess>
 #include <QSslCertificateExtension>
 
+#include <algorithm>
+
 namespace {
 const QString kValue = "<span style=\"font-size: 10pt\">%1</span>";
 
@@ -48,9 +50,14 @@ CertificateDetailsDialog::CertificateDetailsDialog(const QByteArray& pkcs11id, c
     setValue(ui->expiresOnLabel, certificate.expiryDate().toString("dd-MMM-yyyy"));
     setValue(ui->sha1Label, hexlify(certificate.digest(QCryptographicHash::Sha1)));
     setValue(ui->md5Label, hexlify(certificate.digest(QCryptographicHash::Md5)));
+    // QMultiMap::values() gives the entries of a key newest first: turn them back into the
+    // certificate's own order.
     const auto san = certificate.subjectAlternativeNames();
     QStringList names = san.values(QSsl::EmailEntry);
-    names += san.values(QSsl::DnsEntry);
+    std::reverse(names.begin(), names.end());
+    QStringList dnsNames = san.values(QSsl::DnsEntry);
+    std::reverse(dnsNames.begin(), dnsNames.end());
+    names += dnsNames;
     setValue(ui->SANLabel, names.join(";"));
     setValue(ui->EKU_label, CryptokiStorage::getEKU(der));
     resize(sizeHint());
