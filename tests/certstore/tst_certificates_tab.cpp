@@ -1,0 +1,565 @@
+// The Certificates tab as the user meets it: the real window with a simulated Vantrel in the
+// bench's pcscd and libzorvik-cryptoki over a SoftHSM2 token. Boxes and prompts are answered
+// through the modal seam; the assertions are on the tab's labels, its pages and the boxes shown.
+#include "bench.h"
+#include "certificate_storage.h"
+#include "dashboard_window.h"
+#include "modal_seam.h"
+#include "softhsm_token.h"
+#include "test_credential.h"
+#include "test_support.h"
+#include "ui_dashboard_window.h"
+
+#include <QDirIterator>
+#include <QInputDialog>
+#include <QMessageBox>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTextDocument>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+const int kListingTimeout = 30000;
+const QString kNoKeyHint = "Please present Vantrel to access the available security certificates.";
+const QString kErrorTitle = "Zorvik Dashboard message";
+
+QString plain(const QString& html)
+{
+    QTextDocument doc;
+    doc.setHtml(html);
+    return doc.toPlainText();
+}
+
+TestCredential credential(const QString& cn, int days = 365, const QStringList& emails = {},
+                          const QStringList& dns = {}, const QStringList& eku = {})
+{
+    TestCredential::Options o;
+    o.commonName = cn;
+    o.emails = emails;
+    o.dnsNames = dns;
+    o.extKeyUsages = eku;
+    if (days < 0)
+        o.notBefore = QDateTime::currentDateTimeUtc().addDays(days - 30);
+    o.notAfter = QDateTime::currentDateTimeUtc().addDays(days);
+    return TestCredential::make(o);
+}
+
+} // namespace
+
+class TestCertificatesTab : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Bench bench;
+    QTemporaryDir files;
+    std::unique_ptr<SoftHsmToken> token;
+    std::unique_ptr<DashboardWindow> window;
+
+    const Ui::DashboardWindow* ui() const { return window->form(); }
+
+    // A fresh token (the window's worker initialises the module with it).
+    void newToken(const QString& pin = SoftHsmToken::kDefaultPin)
+    {
+        token = std::make_unique<SoftHsmToken>("Vantrel", pin);
+        QVERIFY2(token->isValid(), qPrintable(token->errorText()));
+        token->apply(false);
+    }
+
+    // The window on the Certificates tab, the key inserted; returns once the first listing
+    // has been answered.
+    void openTab(const QStringList& cardOptions = {}, bool waitForAnswer = true)
+    {
+        window = std::make_unique<DashboardWindow>();
+        window->show();
+        window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
+        QVERIFY2(bench.insert(0, cardOptions), qPrintable(bench.errorText()));
+        QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, 10000);
+        if (waitForAnswer)
+            waitForListing();
+    }
+
+    // A listing was requested: waits for its answer to be shown.
+    void waitForListing()
+    {
+        QTRY_VERIFY_WITH_TIMEOUT(!window->certificateStorage()->working, kListingTimeout);
+        QTRY_VERIFY_WITH_TIMEOUT(ui()->stackedWidget->currentIndex() != 1, kListingTimeout);
+    }
+
+    // Switching away and back is how the user refreshes the list.
+    void revisitTab()
+    {
+        window->form()->tabs->setCurrentIndex(DashboardWindow::AdvancedTab);
+        window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 1);
+        waitForListing();
+    }
+
+    QLabel* row(const QString& column, int index) const
+    {
+        return window->findChild<QLabel*>(column + QString::number(index));
+    }
+
+    // Index in the current list of the certificate whose subject CN is `cn`, or -1.
+    int indexOf(const QString& cn) const
+    {
+        const auto& list = window->certificateList();
+        for (int i = 0; i < list.size(); ++i)
+            if (list[i].type == CryptokiStorageItem::Certificate &&
+                list[i].certificate.subjectInfo(QSslCertificate::CommonName).value(0) == cn)
+                return i;
+        return -1;
+    }
+
+    // The names shown in the first column, top to bottom.
+    QStringList shownNames() const
+    {
+        QStringList names;
+        QLayout* layout = ui()->certNameWidget->layout();
+        for (int i = 0; i < layout->count(); ++i)
+            if (auto* label = qobject_cast<QLabel*>(layout->itemAt(i)->widget()))
+                if (label->objectName().startsWith("certNameLabel"))
+                    names << plain(label->text());
+        return names;
+    }
+
+    QString writeP12(const TestCredential& c, const QString& name, const QString& password, const QString& friendly)
+    {
+        const QString path = files.filePath(name);
+        if (!c.writePkcs12(path, password, friendly))
+            return QString();
+        return path;
+    }
+
+    // Imports through the tab's link, with the answers queued for the file password (when
+    // given), the PIN and an error box (when one is expected). The waiting box is shown for real.
+    void importFile(const QString& path, const QString& filePassword, const QString& pin, bool expectPinPrompt,
+                    bool expectError)
+    {
+        ModalSeam::answerFile(path);
+        if (!filePassword.isNull())
+            ModalSeam::answer(QDialog::Accepted, filePassword);
+        if (expectPinPrompt) {
+            ModalSeam::answer(QDialog::Accepted, pin);
+            ModalSeam::answer(ModalSeam::ShowIt); // "Installing certificate. Please wait"
+        }
+        if (expectError)
+            ModalSeam::answer(QMessageBox::Ok);
+        emit ui()->import_cert->linkActivated("import");
+        QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
+        waitForListing();
+    }
+
+    // Deletes the entry at `index` through its trash link: confirmation, then the PIN.
+    void deleteEntry(int index, const QString& pin, bool expectError)
+    {
+        ModalSeam::answer(QMessageBox::Ok);
+        ModalSeam::answer(QDialog::Accepted, pin);
+        if (expectError)
+            ModalSeam::answer(QMessageBox::Ok);
+        QLabel* trash = row("certRemoveLabel", index);
+        QVERIFY(trash);
+        emit trash->linkActivated(QString::number(index));
+        QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
+        waitForListing();
+    }
+
+    QStringList errorBoxes() const
+    {
+        QStringList texts;
+        for (const QString& s : ModalSeam::seen())
+            if (s.startsWith(kErrorTitle + "|"))
+                texts << s.mid(kErrorTitle.size() + 1);
+        return texts;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        Q_INIT_RESOURCE(dashboard);
+        QVERIFY(home.isValid());
+        QVERIFY(files.isValid());
+        home.apply();
+        // Every service the window might reach stays on a closed loopback port.
+        for (const char* name :
+             {"ZORVIK_KEYSERVICE_URL", "ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL", "ZORVIK_SUPPORT_URL"})
+            qputenv(name, "https://127.0.0.1:9/");
+        qunsetenv("ZORVIK_CRYPTOKI_CONF");
+        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
+    }
+
+    void init() { ModalSeam::reset(); }
+
+    void cleanup()
+    {
+        window.reset();
+        ModalSeam::reset();
+        QVERIFY2(bench.removeAll(), qPrintable(bench.errorText()));
+    }
+
+    // Certificates only by default; key pairs and empty containers with the Advanced check
+    // box; expiry colours; the details dialogs opened from the name links.
+    void listingAndDetails()
+    {
+        newToken();
+        const TestCredential alice = credential("Alice Listed", 365, {"alice@example.org", "a.listed@example.org"},
+                                                {"alice.example.org"}, {"clientAuth", "emailProtection"});
+        const TestCredential soon = credential("Soon Expiring", 14);
+        const TestCredential old = credential("Long Expired", -3);
+        const TestCredential noCn = credential("  ", 365); // a blank common name
+        QVERIFY(!token->load(alice, "alice label").isEmpty());
+        QVERIFY(!token->load(soon, "soon label").isEmpty());
+        QVERIFY(!token->load(old, "old label").isEmpty());
+        QVERIFY(!token->load(noCn, "labelled only").isEmpty());
+        // A key pair without certificate.
+        QString out;
+        QCOMPARE(token->pkcs11Tool({"--login", "--pin", token->pin(), "--keypairgen", "--key-type", "rsa:2048",
+                                    "--id", "ee01", "--label", "lonely pair"},
+                                   &out, false),
+                 0);
+        window.reset();
+        openTab();
+        QVERIFY(!ui()->showAllPKCSCheckBox->isChecked());
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+        QCOMPARE(shownNames().size(), 4);
+        QVERIFY(shownNames().contains("Alice Listed"));
+        QVERIFY(shownNames().contains("Soon Expiring"));
+        QVERIFY(shownNames().contains("labelled only")); // no CN: the label
+        QVERIFY(shownNames().contains("Invalid Certificate")); // the expired one
+
+        const int a = indexOf("Alice Listed");
+        const int s = indexOf("Soon Expiring");
+        const int o = indexOf("Long Expired");
+        QVERIFY(a >= 0 && s >= 0 && o >= 0);
+        // Links carry the index in the whole list, key pairs included.
+        QVERIFY(row("certNameLabel", a)->text().contains(QString("href=\"cert-details-%1\"").arg(a)));
+        QCOMPARE(plain(row("issuedByLabel", a)->text()), QString("Alice Listed"));
+        const QString aliceExpiry = alice.isValid()
+                                        ? QSslCertificate(alice.certificateDer(), QSsl::Der).expiryDate().toString(
+                                              "dd-MMM-yyyy")
+                                        : QString();
+        QCOMPARE(row("expireDateLabel", a)->text(), QString("<span style=\"font-size: 10pt\">%1</span>").arg(aliceExpiry));
+        QVERIFY(row("expireDateLabel", s)->text().startsWith("<span style=\"color: #bb0000"));
+        QVERIFY(plain(row("expireDateLabel", s)->text()) != "EXPIRED");
+        QCOMPARE(row("expireDateLabel", o)->text(), QString("<span style=\"color: #bb0000; font-size: 10pt\">EXPIRED</span>"));
+        QVERIFY(!window->findChildren<QLabel*>(QRegularExpression("^issuedByLabel\\d+$")).isEmpty());
+        for (QLabel* l : window->findChildren<QLabel*>(QRegularExpression("^issuedByLabel\\d+$")))
+            QVERIFY(!plain(l->text()).startsWith("RSA Keypair"));
+
+        // The details of Alice's certificate, opened through its name link.
+        QMap<QString, QString> values;
+        ModalSeam::setObserver([&values](QDialog* dialog) {
+            values["title"] = dialog->windowTitle();
+            for (QLabel* l : dialog->findChildren<QLabel*>())
+                values[l->objectName()] = plain(l->text());
+        });
+        ModalSeam::answer(QDialog::Accepted);
+        emit row("certNameLabel", a)->linkActivated(QString("cert-details-%1").arg(a));
+        QCOMPARE(values["title"], QString("Certificate Details"));
+        QCOMPARE(values["typeLabel"], QString("X509 Certificate"));
+        QCOMPARE(values["ownerCNLabel"], QString("Alice Listed"));
+        QCOMPARE(values["pkcs11Label"], QString("alice label"));
+        QCOMPARE(values["pkcs11IDLabel"], QString(alice.moduleId().toHex(':').toUpper()));
+        QCOMPARE(values["SANLabel"], QString("alice@example.org;a.listed@example.org;alice.example.org"));
+        QCOMPARE(values["EKU_label"], QString("TLS Web Client Authentication;E-mail Protection"));
+
+        // The expired one: marked invalid, no extended key usage.
+        values.clear();
+        ModalSeam::answer(QDialog::Accepted);
+        window->slotCertificateActivated(QString("cert-details-%1").arg(o));
+        QCOMPARE(values["typeLabel"], QString("X509 Certificate [Invalid]"));
+        QCOMPARE(values["EKU_label"], QString("Invalid certificate"));
+        QCOMPARE(values["SANLabel"], QString());
+        ModalSeam::setObserver(nullptr);
+
+        // Everything, once the Advanced tab's check box is on.
+        ui()->showAllPKCSCheckBox->setChecked(true);
+        revisitTab();
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+        const auto& list = window->certificateList();
+        QCOMPARE(shownNames().size(), list.size());
+        int pairs = 0;
+        for (int i = 0; i < list.size(); ++i) {
+            if (list[i].type == CryptokiStorageItem::RsaKeyPair) {
+                ++pairs;
+                QCOMPARE(plain(row("issuedByLabel", i)->text()), QString("RSA Keypair (2048 bit)"));
+                QCOMPARE(plain(row("expireDateLabel", i)->text()), QString("N/A"));
+                QVERIFY(row("certNameLabel", i)->text().contains(QString("cert-details-%1\"").arg(i)));
+            } else if (list[i].type == CryptokiStorageItem::Empty) {
+                QCOMPARE(row("certNameLabel", i)->text(), QString("<span style=\"font-size: 10pt\">Empty container</span>"));
+                QCOMPARE(plain(row("issuedByLabel", i)->text()), QString());
+            }
+        }
+        QCOMPARE(pairs, 5); // four with their certificate, one alone
+
+        // The lonely key pair's details.
+        int lonely = -1;
+        for (int i = 0; i < list.size(); ++i)
+            if (list[i].label == "lonely pair")
+                lonely = i;
+        QVERIFY(lonely >= 0);
+        values.clear();
+        ModalSeam::setObserver([&values](QDialog* dialog) {
+            values["title"] = dialog->windowTitle();
+            for (QLabel* l : dialog->findChildren<QLabel*>())
+                values[l->objectName()] = plain(l->text());
+        });
+        ModalSeam::answer(QDialog::Accepted);
+        window->slotCertificateActivated(QString("cert-details-%1").arg(lonely));
+        QCOMPARE(values["title"], QString("RSA Keypair Details"));
+        QCOMPARE(values["typeLabel"], QString("RSA Keypair"));
+        QCOMPARE(values["pkcs11IDLabel"], QString("EE:01"));
+        QCOMPARE(values["exponentLabel"], QString("01:00:01"));
+        ui()->showAllPKCSCheckBox->setChecked(false);
+    }
+
+    // A key without objects offers the import; PKCS#12 files with and without password go
+    // onto the key; bad files and keys end in the texts the user can act on.
+    void importFromTheTab()
+    {
+        newToken();
+        openTab();
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
+        QCOMPARE(ui()->labelCryptokiStatus->text(),
+                 QString("<b>No certificates on your keyset.</b><br/><br/><br/><a href='import'>Click here to import "
+                         "a certificate.</a>"));
+
+        // Without password, started from the link of the empty key's page.
+        const TestCredential plainOne = credential("Imported Plain");
+        const QString plainPath = writeP12(plainOne, "plain.p12", QString(), "plain friendly");
+        QVERIFY(!plainPath.isEmpty());
+        ModalSeam::answerFile(plainPath);
+        ModalSeam::answer(QDialog::Accepted, token->pin());
+        ModalSeam::answer(ModalSeam::ShowIt);
+        emit ui()->labelCryptokiStatus->linkActivated("import");
+        QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
+        waitForListing();
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+        QCOMPARE(shownNames(), QStringList{"Imported Plain"});
+        QCOMPARE(window->certificateList().at(indexOf("Imported Plain")).label, QString("plain friendly"));
+        QVERIFY(!ModalSeam::seen().join('\n').contains("Password request"));
+        QVERIFY(ModalSeam::seen().contains("Zorvik Dashboard|Installing certificate. Please wait"));
+        QVERIFY(errorBoxes().isEmpty());
+
+        // With password.
+        ModalSeam::reset();
+        const TestCredential locked = credential("Imported Locked");
+        const QString lockedPath = writeP12(locked, "locked.p12", "file-secret", "locked friendly");
+        importFile(lockedPath, "file-secret", token->pin(), true, false);
+        QVERIFY(ModalSeam::seen().contains(
+            "Password request|Please enter the password that was used to encrypt this certificate:"));
+        QVERIFY(errorBoxes().isEmpty());
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+        QVERIFY(shownNames().contains("Imported Locked"));
+        QCOMPARE(shownNames().size(), 2);
+
+        // A wrong file password: no PIN asked, nothing written.
+        ModalSeam::reset();
+        const QString otherPath = writeP12(credential("Never Imported"), "other.p12", "right", "x");
+        importFile(otherPath, "wrong", QString(), false, true);
+        QCOMPARE(errorBoxes(), QStringList{QString("Error reading file %1\nWrong password").arg(otherPath)});
+        QVERIFY(!ModalSeam::seen().join('\n').contains("Zorvik PIN Request"));
+
+        // Not a PKCS#12 file at all.
+        ModalSeam::reset();
+        QFile text(files.filePath("notes.p12"));
+        QVERIFY(text.open(QIODevice::WriteOnly));
+        text.write("these are not the bytes you are looking for\n");
+        text.close();
+        importFile(text.fileName(), QString(), QString(), false, true);
+        QCOMPARE(errorBoxes(), QStringList{QString("Error reading PKCS#12 file %1").arg(text.fileName())});
+
+        // An EC key: refused after the PIN, the waiting box gone before the error.
+        ModalSeam::reset();
+        TestCredential::Options ec;
+        ec.commonName = "Elliptic One";
+        ec.kind = TestCredential::Ec;
+        const QString ecPath = writeP12(TestCredential::make(ec), "ec.p12", QString(), "ec");
+        importFile(ecPath, QString(), token->pin(), true, true);
+        QCOMPARE(errorBoxes(), QStringList{QString("Incorrect key type = %1").arg(EVP_PKEY_EC)});
+        const QStringList seen = ModalSeam::seen();
+        QVERIFY(seen.indexOf("Zorvik Dashboard|Installing certificate. Please wait") <
+                seen.indexOf(kErrorTitle + "|" + errorBoxes().value(0)));
+
+        // The same certificate again.
+        ModalSeam::reset();
+        importFile(plainPath, QString(), token->pin(), true, true);
+        QCOMPARE(errorBoxes(), QStringList{"Duplicate certificate"});
+
+        // After all of that, still the two imported ones.
+        revisitTab();
+        QCOMPARE(shownNames().size(), 2);
+        QVERIFY(!shownNames().contains("Never Imported"));
+        QVERIFY(!shownNames().contains("Elliptic One"));
+    }
+
+    // Deleting: the right PIN removes the entry; a wrong PIN shows the module's text; an
+    // empty PIN is refused before the key is asked, and the list is read again.
+    void deleteFromTheTab()
+    {
+        newToken();
+        QVERIFY(!token->load(credential("Keep Me"), "keep").isEmpty());
+        QVERIFY(!token->load(credential("Delete Me"), "delete").isEmpty());
+        openTab();
+        QCOMPARE(shownNames().size(), 2);
+
+        // A wrong PIN.
+        deleteEntry(indexOf("Delete Me"), "999999", true);
+        QVERIFY(ModalSeam::seen().contains("Confirm certificate deletion|Are you sure you want to delete:\nDelete "
+                                           "Me\n\nYou will not be able to identify yourself with this certificate "
+                                           "once it has been deleted."));
+        QVERIFY(ModalSeam::seen().contains("Zorvik PIN Request|Please enter PIN for your Vantrel:"));
+        QCOMPARE(errorBoxes().size(), 1);
+        QCOMPARE(errorBoxes().value(0), QString("Incorrect PIN"));
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+        QCOMPARE(shownNames().size(), 2);
+
+        // An empty PIN: "Incorrect password", then a fresh listing.
+        ModalSeam::reset();
+        const int removals = countLines(home.readLog(), "CryptokiInterface::removeCertificate");
+        QSignalSpy listings(window->certificateStorage(), &CryptokiStorage::certificates);
+        deleteEntry(indexOf("Delete Me"), QString(), true);
+        QCOMPARE(errorBoxes(), QStringList{"Incorrect password"});
+        QTRY_COMPARE_WITH_TIMEOUT(listings.count(), 1, kListingTimeout);
+        QCOMPARE(shownNames().size(), 2);
+        QCOMPARE(countLines(home.readLog(), "CryptokiInterface::removeCertificate"), removals);
+
+        // Cancelling the confirmation leaves everything alone.
+        ModalSeam::reset();
+        ModalSeam::answer(QMessageBox::Cancel);
+        emit row("certRemoveLabel", indexOf("Delete Me"))->linkActivated(QString::number(indexOf("Delete Me")));
+        QCOMPARE(ModalSeam::seen().size(), 1);
+        QVERIFY(!window->certificateStorage()->working);
+
+        // The right PIN.
+        ModalSeam::reset();
+        deleteEntry(indexOf("Delete Me"), token->pin(), false);
+        QVERIFY(errorBoxes().isEmpty());
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+        QCOMPARE(shownNames(), QStringList{"Keep Me"});
+        QVERIFY(home.readLog().contains("Certificate deleted successfully"));
+    }
+
+    // Pulling the key while a box of the deletion is open closes it as cancelled.
+    void keyPulledWhileDeleteBoxOpen_data()
+    {
+        QTest::addColumn<QString>("dialogTitle");
+        QTest::newRow("confirmation") << "Confirm certificate deletion";
+        QTest::newRow("PIN prompt") << "Zorvik PIN Request";
+    }
+
+    void keyPulledWhileDeleteBoxOpen()
+    {
+        QFETCH(QString, dialogTitle);
+        newToken();
+        QVERIFY(!token->load(credential("Pull Me"), "pull").isEmpty());
+        openTab();
+        QCOMPARE(shownNames().size(), 1);
+
+        bool closedByRemoval = false;
+        QString pulledError;
+        ModalSeam::setObserver([&](QDialog* dialog) {
+            if (dialog->windowTitle() != dialogTitle)
+                return;
+            // Once the box runs: pull the key; the window's presence polling notices.
+            QTimer::singleShot(0, dialog, [&, dialog] {
+                if (!bench.remove(0))
+                    pulledError = bench.errorText();
+            });
+            // A safety net so a failure ends the test instead of hanging it.
+            QTimer::singleShot(20000, dialog, &QDialog::reject);
+            connect(window.get(), &DashboardWindow::noToken, dialog, [&] { closedByRemoval = true; });
+        });
+        if (dialogTitle == "Zorvik PIN Request")
+            ModalSeam::answer(QMessageBox::Ok);
+        ModalSeam::answer(ModalSeam::ShowIt);
+        QSignalSpy noToken(window.get(), &DashboardWindow::noToken);
+        const int removals = countLines(home.readLog(), "CryptokiInterface::removeCertificate");
+        window->slotCertificateDelete("0");
+        QVERIFY2(pulledError.isEmpty(), qPrintable(pulledError));
+        QVERIFY(closedByRemoval);
+        QCOMPARE(noToken.count(), 1);
+        QVERIFY(!window->tokenPresent);
+        QCOMPARE(countLines(home.readLog(), "CryptokiInterface::removeCertificate"), removals);
+        QTRY_VERIFY_WITH_TIMEOUT(!window->certificateStorage()->working, kListingTimeout);
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
+        QVERIFY(errorBoxes().isEmpty());
+    }
+
+    // The key goes while the list is being read: the tab ends on page 0, not on stale rows.
+    void keyPulledDuringListing()
+    {
+        newToken();
+        QVERIFY(!token->load(credential("Slow Key Cert"), "slow").isEmpty());
+        // Each answer of the key held back, so the listing is still at the key when it goes.
+        openTab({"--delay", "400"}, false);
+        QTRY_COMPARE_WITH_TIMEOUT(ui()->stackedWidget->currentIndex(), 1, 10000);
+        QVERIFY(window->certificateStorage()->working);
+        QVERIFY(bench.remove(0));
+        QTRY_VERIFY_WITH_TIMEOUT(!window->tokenPresent, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!window->certificateStorage()->working, 60000);
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
+        QVERIFY(shownNames().isEmpty() || ui()->stackedWidget->currentIndex() != 2);
+        QVERIFY(ui()->labelCryptokiStatus->text().contains("Connect your Vantrel") ||
+                ui()->labelCryptokiStatus->text() == kNoKeyHint);
+        QVERIFY(errorBoxes().isEmpty());
+    }
+
+    // A blank key: the listing stops at its status.
+    void keyThatIsNotActive()
+    {
+        newToken();
+        QVERIFY(!token->load(credential("Unreachable"), "x").isEmpty());
+        openTab({"--status", "4"});
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
+        QCOMPARE(ui()->labelCryptokiStatus->text(), QString("Blank Zorvik Vantrel. Connect your Vantrel"));
+        QVERIFY(window->findChildren<QLabel*>(QRegularExpression("^certNameLabel\\d+$")).isEmpty());
+    }
+
+    // A distinctive PIN and file password go through import, a failed and a good deletion,
+    // and appear in no file the program, the module or the token store wrote.
+    void noSecretInAnyLog()
+    {
+        const QString pin = "k7Q2x9PINmark";
+        const QString password = "Zq8wFILEpassmark";
+        newToken(pin);
+        openTab();
+        const QString path = writeP12(credential("Secret Holder"), "secret.p12", password, "secret");
+        importFile(path, password, pin, true, false);
+        QVERIFY(errorBoxes().isEmpty());
+        QCOMPARE(shownNames(), QStringList{"Secret Holder"});
+        deleteEntry(indexOf("Secret Holder"), pin + "x", true);
+        QCOMPARE(errorBoxes().size(), 1);
+        ModalSeam::reset();
+        deleteEntry(indexOf("Secret Holder"), pin, false);
+        QCOMPARE(ui()->labelCryptokiStatus->text().left(34), QString("<b>No certificates on your keyset."));
+        window.reset(); // the module finalises and flushes its lines
+
+        QStringList scanned;
+        for (const QString& root : {home.path(), token->directory()}) {
+            QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+            while (it.hasNext()) {
+                QFile f(it.next());
+                QVERIFY(f.open(QIODevice::ReadOnly));
+                const QByteArray bytes = f.readAll();
+                scanned << f.fileName();
+                for (const QString& secret : {pin, password}) {
+                    QVERIFY2(!bytes.contains(secret.toUtf8()), qPrintable(secret + " found in " + f.fileName()));
+                    QVERIFY2(!bytes.contains(QByteArray(reinterpret_cast<const char*>(secret.utf16()),
+                                                        secret.size() * 2)),
+                             qPrintable(secret + " (UTF-16) found in " + f.fileName()));
+                }
+            }
+        }
+        // The scan saw the logs that were written.
+        QVERIFY(scanned.contains(home.userLog()));
+        QVERIFY(home.readLog().contains("Certificate installed successfully"));
+        QVERIFY(home.readLog().contains("Certificate deleted successfully"));
+    }
+};
+
+QTEST_MAIN(TestCertificatesTab)
+#include "tst_certificates_tab.moc"
