@@ -384,6 +384,12 @@ private slots:
         QVERIFY(seen.indexOf("Zorvik Dashboard|Installing certificate. Please wait") <
                 seen.indexOf(kErrorTitle + "|" + errorBoxes().value(0)));
 
+        // A wrong PIN: the key refuses the login.
+        ModalSeam::reset();
+        const QString refusedPath = writeP12(credential("Refused Pin"), "refused.p12", QString(), "refused");
+        importFile(refusedPath, QString(), "000000", true, true);
+        QCOMPARE(errorBoxes(), QStringList{"Cannot login to token. Incorrect PIN"});
+
         // The same certificate again.
         ModalSeam::reset();
         importFile(plainPath, QString(), token->pin(), true, true);
@@ -394,6 +400,7 @@ private slots:
         QCOMPARE(shownNames().size(), 2);
         QVERIFY(!shownNames().contains("Never Imported"));
         QVERIFY(!shownNames().contains("Elliptic One"));
+        QVERIFY(!shownNames().contains("Refused Pin"));
     }
 
     // Deleting: the right PIN removes the entry; a wrong PIN shows the module's text; an
@@ -443,16 +450,19 @@ private slots:
         QVERIFY(home.readLog().contains("Certificate deleted successfully"));
     }
 
-    // Pulling the key while a box of the deletion is open closes it as cancelled.
-    void keyPulledWhileDeleteBoxOpen_data()
+    // Pulling the key while a box of a deletion or an import is open closes it as cancelled.
+    void keyPulledWhileBoxOpen_data()
     {
+        QTest::addColumn<bool>("import");
         QTest::addColumn<QString>("dialogTitle");
-        QTest::newRow("confirmation") << "Confirm certificate deletion";
-        QTest::newRow("PIN prompt") << "Zorvik PIN Request";
+        QTest::newRow("delete confirmation") << false << "Confirm certificate deletion";
+        QTest::newRow("delete PIN prompt") << false << "Zorvik PIN Request";
+        QTest::newRow("import PIN prompt") << true << "Zorvik PIN Request";
     }
 
-    void keyPulledWhileDeleteBoxOpen()
+    void keyPulledWhileBoxOpen()
     {
+        QFETCH(bool, import);
         QFETCH(QString, dialogTitle);
         newToken();
         QVERIFY(!token->load(credential("Pull Me"), "pull").isEmpty());
@@ -473,17 +483,24 @@ private slots:
             QTimer::singleShot(20000, dialog, &QDialog::reject);
             connect(window.get(), &DashboardWindow::noToken, dialog, [&] { closedByRemoval = true; });
         });
-        if (dialogTitle == "Zorvik PIN Request")
+        if (!import && dialogTitle == "Zorvik PIN Request")
             ModalSeam::answer(QMessageBox::Ok);
         ModalSeam::answer(ModalSeam::ShowIt);
         QSignalSpy noToken(window.get(), &DashboardWindow::noToken);
         const int removals = countLines(home.readLog(), "CryptokiInterface::removeCertificate");
-        window->slotCertificateDelete("0");
+        const int imports = countLines(home.readLog(), "Cryptoki interface: importCertificateAndKeys");
+        if (import) {
+            ModalSeam::answerFile(writeP12(credential("Not Today"), "pulled.p12", QString(), "pulled"));
+            window->slotAddCertificate();
+        } else {
+            window->slotCertificateDelete("0");
+        }
         QVERIFY2(pulledError.isEmpty(), qPrintable(pulledError));
         QVERIFY(closedByRemoval);
         QCOMPARE(noToken.count(), 1);
         QVERIFY(!window->tokenPresent);
         QCOMPARE(countLines(home.readLog(), "CryptokiInterface::removeCertificate"), removals);
+        QCOMPARE(countLines(home.readLog(), "Cryptoki interface: importCertificateAndKeys"), imports);
         QTRY_VERIFY_WITH_TIMEOUT(!window->certificateStorage()->working, kListingTimeout);
         QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
         QVERIFY(errorBoxes().isEmpty());
@@ -502,7 +519,6 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!window->tokenPresent, 10000);
         QTRY_VERIFY_WITH_TIMEOUT(!window->certificateStorage()->working, 60000);
         QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
-        QVERIFY(shownNames().isEmpty() || ui()->stackedWidget->currentIndex() != 2);
         QVERIFY(ui()->labelCryptokiStatus->text().contains("Connect your Vantrel") ||
                 ui()->labelCryptokiStatus->text() == kNoKeyHint);
         QVERIFY(errorBoxes().isEmpty());
