@@ -14,6 +14,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 
 #include <cstdio>
 #include <cstring>
@@ -50,6 +51,10 @@ private slots:
     void hasArgIsExact_data();
     void hasArgIsExact();
     void systemNameOnThisPlatform();
+
+    // The command channel, owned by this process.
+    void becomesOwnerOnce();
+    void commandsAreReadAndCut();
 
     // The main window, started in the tray.
     void mainWindowStartsHidden();
@@ -112,6 +117,41 @@ void TestApplication::systemNameOnThisPlatform()
 {
     QCOMPARE(systemConfiguration(), QString("Mac OS (unknown version)"));
     QVERIFY(gHome->readLog().contains("DEBUG dashboard: Operating system: Mac OS (unknown version)\n"));
+}
+
+void TestApplication::becomesOwnerOnce()
+{
+    QCOMPARE(app.memoryName(), QString("zorvikdashboard"));
+    QVERIFY(!app.isAppRunning());
+    QVERIFY(gHome->readLog().contains("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found\n"));
+    const auto pollers = [this] {
+        int n = 0;
+        for (QTimer* t : app.findChildren<QTimer*>())
+            if (t->interval() == 100 && t->isActive())
+                ++n;
+        return n;
+    };
+    QCOMPARE(pollers(), 1);
+
+    // Asked again, the owner says so and keeps its one timer.
+    QVERIFY(!app.isAppRunning());
+    QCOMPARE(countLines(gHome->readLog(), "ERROR:read_timer already exisit"), 1);
+    QCOMPARE(pollers(), 1);
+}
+
+void TestApplication::commandsAreReadAndCut()
+{
+    // Before the window exists nothing is connected to raiseApp but the spy.
+    QSignalSpy raised(&app, &SingleApplication::raiseApp);
+    app.sendCommand("raise");
+    QVERIFY(raised.wait(5000));
+    QVERIFY(gHome->waitForLog("DEBUG dashboard: Rise command\n"));
+
+    // A command longer than the segment arrives cut to its 20 bytes and is ignored.
+    app.sendCommand("raise-and-then-some-more-text");
+    QVERIFY(gHome->waitForLog("DEBUG dashboard: SingleApplication command 'raise-and-then-some-' \n"));
+    QCOMPARE(raised.count(), 1);
+    QCOMPARE(countLines(gHome->readLog(), "Rise command"), 1);
 }
 
 void TestApplication::mainWindowStartsHidden()
