@@ -1,24 +1,13 @@
 // The process, environment and file helpers with real child programs and real files.
-#include "modal_seam.h"
 #include "process_helpers.h"
 #include "shell_common.h"
 #include "test_support.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QDir>
-#include <QGridLayout>
-#include <QMessageBox>
-#include <QSpacerItem>
-#include <QSslCertificate>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/rsa.h>
-#include <openssl/x509.h>
-
-#include <memory>
 
 namespace {
 
@@ -33,34 +22,6 @@ QStringList logSince(int mark)
 int logMark()
 {
     return gHome->readLog().size();
-}
-
-// A self-signed certificate valid from now+notBefore to now+notAfter seconds.
-QSslCertificate makeCertificate(long notBefore, long notAfter)
-{
-    using KeyPtr = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
-    using CertPtr = std::unique_ptr<X509, decltype(&X509_free)>;
-    using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free)>;
-    KeyPtr key(EVP_RSA_gen(2048), EVP_PKEY_free);
-    CertPtr cert(X509_new(), X509_free);
-    if (!key || !cert)
-        return QSslCertificate();
-    X509_set_version(cert.get(), 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), 1);
-    X509_gmtime_adj(X509_getm_notBefore(cert.get()), notBefore);
-    X509_gmtime_adj(X509_getm_notAfter(cert.get()), notAfter);
-    X509_NAME* name = X509_get_subject_name(cert.get());
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("shell test"), -1,
-                               -1, 0);
-    X509_set_issuer_name(cert.get(), name);
-    X509_set_pubkey(cert.get(), key.get());
-    if (X509_sign(cert.get(), key.get(), EVP_sha256()) <= 0)
-        return QSslCertificate();
-    BioPtr bio(BIO_new(BIO_s_mem()), BIO_free);
-    PEM_write_bio_X509(bio.get(), cert.get());
-    char* data = nullptr;
-    const long len = BIO_get_mem_data(bio.get(), &data);
-    return QSslCertificate(QByteArray(data, static_cast<int>(len)), QSsl::Pem);
 }
 
 } // namespace
@@ -92,11 +53,6 @@ private slots:
     void hexlify_data();
     void hexlify();
     void sleepsWithNothingToWait();
-    void fixedAnswers();
-    void certificateValidity();
-
-    // The error box.
-    void errorBoxLooksRight();
 
 private:
     QTemporaryDir tmp;
@@ -326,69 +282,12 @@ void TestProcessHelpers::sleepsWithNothingToWait()
     MySleep(1);
 }
 
-void TestProcessHelpers::fixedAnswers()
-{
-    QCOMPARE(getPlatform(), QString("MacOSX"));
-    QVERIFY(isSessionActive());
-}
-
-void TestProcessHelpers::certificateValidity()
-{
-    const QSslCertificate current = makeCertificate(-3600, 3600);
-    const QSslCertificate expired = makeCertificate(-7200, -3600);
-    const QSslCertificate future = makeCertificate(3600, 7200);
-    QVERIFY(!current.isNull());
-    QVERIFY(!expired.isNull());
-    QVERIFY(!future.isNull());
-    QVERIFY(isCertValid(current));
-    QVERIFY(!isCertValid(expired));
-    QVERIFY(!isCertValid(future));
-}
-
-void TestProcessHelpers::errorBoxLooksRight()
-{
-    ModalSeam::reset();
-    QString title;
-    QMessageBox::Icon icon = QMessageBox::NoIcon;
-    int spacerWidth = -1;
-    bool spansAllColumns = false;
-    ModalSeam::setObserver([&](QDialog* dialog) {
-        auto* box = qobject_cast<QMessageBox*>(dialog);
-        if (!box)
-            return;
-        title = box->windowTitle();
-        icon = box->icon();
-        auto* grid = qobject_cast<QGridLayout*>(box->layout());
-        if (!grid)
-            return;
-        const int last = grid->rowCount() - 1;
-        for (int i = 0; i < grid->count(); ++i) {
-            int row, column, rowSpan, columnSpan;
-            grid->getItemPosition(i, &row, &column, &rowSpan, &columnSpan);
-            if (auto* spacer = grid->itemAt(i)->spacerItem(); spacer && row == last) {
-                spacerWidth = spacer->sizeHint().width();
-                spansAllColumns = column == 0 && columnSpan == grid->columnCount();
-            }
-        }
-    });
-    ModalSeam::answer(QMessageBox::Ok);
-    QCOMPARE(errorBox(nullptr, "Something failed"), int(QMessageBox::Ok));
-    QCOMPARE(ModalSeam::seen(), QStringList({"Zorvik Dashboard message|Something failed"}));
-    QCOMPARE(title, QString("Zorvik Dashboard message"));
-    QCOMPARE(icon, QMessageBox::Critical);
-    QCOMPARE(spacerWidth, 220);
-    QVERIFY(spansAllColumns);
-    ModalSeam::reset();
-}
-
 int main(int argc, char** argv)
 {
     TestHome home;
     home.apply();
     gHome = &home;
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
+    QCoreApplication app(argc, argv);
     TestProcessHelpers test;
     return QTest::qExec(&test, argc, argv);
 }
