@@ -6,6 +6,7 @@
 #include "modal_seam.h"
 #include "test_support.h"
 #include "ui_dashboard_window.h"
+#include "zorvik_proxy.h"
 
 #include <QMessageBox>
 #include <QNetworkProxy>
@@ -297,10 +298,22 @@ void TestWindow::removedTabAndHiddenWidgets()
 void TestWindow::proxyWrittenFromAdvancedTab()
 {
     window->form()->tabs->setCurrentIndex(DashboardWindow::AdvancedTab);
-    window->form()->useProxyCheckBox->setChecked(true);
-    window->form()->proxyAddressLineEdit->setText("127.0.0.1");
-    window->form()->proxyPortLineEdit->setText("3128");
-    window->slotProxyEditFinished();
+    QApplication::setActiveWindow(window.get());
+    QVERIFY(QTest::qWaitForWindowActive(window.get()));
+    QTest::mouseClick(window->form()->useProxyCheckBox, Qt::LeftButton, {}, QPoint(8, 8));
+    QVERIFY(window->form()->useProxyCheckBox->isChecked());
+    QVERIFY(window->form()->proxyAddressLineEdit->isEnabled());
+    window->form()->proxyAddressLineEdit->setFocus();
+    QTest::keyClicks(window->form()->proxyAddressLineEdit, "127.0.0.1");
+    QTest::keyClick(window->form()->proxyAddressLineEdit, Qt::Key_Tab);
+    QTest::keyClicks(window->form()->proxyPortLineEdit, "3128");
+    QTest::keyClick(window->form()->proxyPortLineEdit, Qt::Key_Tab);
+    char* stored = nullptr;
+    unsigned int enabled = 0;
+    QCOMPARE(zorvikpc_get_proxy(1, &stored, &enabled), 0);
+    QCOMPARE(QString::fromLatin1(stored), QString("127.0.0.1:3128"));
+    QCOMPARE(enabled, 1u);
+    free(stored);
     const QString log = home.readLog();
     QVERIFY(log.contains("Writing proxy settings:127.0.0.1:3128"));
     QVERIFY(log.contains("Error writing system proxy settings 127.0.0.1:3128 code=-255"));
