@@ -11,6 +11,12 @@
 namespace zcryptoki {
 
 namespace {
+// Set on the thread that is inside the backing module's C_Initialize.
+thread_local bool initializingThread = false;
+} // namespace
+
+
+namespace {
 
 // How long a look at the key serves the calls that work on an open session.
 constexpr std::chrono::milliseconds kLookReuse(300);
@@ -112,7 +118,9 @@ CK_RV Module::initialize(CK_C_INITIALIZE_ARGS* args)
     }
     CK_C_INITIALIZE_ARGS backendArgs{};
     backendArgs.flags = CKF_OS_LOCKING_OK;
+    initializingThread = true;
     const CK_RV rv = backend_->C_Initialize(&backendArgs);
+    initializingThread = false;
     if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
         logError("the backing PKCS#11 module " + config_.backend + " failed to initialise, code " + hexCode(rv));
         backend_.unload();
@@ -130,6 +138,12 @@ CK_RV Module::initialize(CK_C_INITIALIZE_ARGS* args)
 
 CK_RV Module::finalize()
 {
+    // A backing module that finalises itself from inside its own C_Initialize reaches our
+    // C_Finalize when its symbols are not bound to itself (sanitizer builds load it without
+    // RTLD_DEEPBIND). That call is the backend's, not the application's: it must not wait
+    // for the lock its own initialisation holds.
+    if (initializingThread)
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (!initialized_)
