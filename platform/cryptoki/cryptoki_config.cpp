@@ -1,5 +1,7 @@
 #include "cryptoki_config.h"
 
+#include "platform_files.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -38,13 +40,8 @@ bool readFile(const std::string& path, std::string& text)
 
 std::string userConfigPath()
 {
-    const char* xdg = std::getenv("XDG_CONFIG_HOME");
-    if (xdg && *xdg)
-        return std::string(xdg) + "/zorvik/cryptoki.conf";
-    const char* home = std::getenv("HOME");
-    if (home && *home)
-        return std::string(home) + "/.config/zorvik/cryptoki.conf";
-    return {};
+    const std::string dir = zorvik_platform::userConfigDir();
+    return dir.empty() ? dir : dir + "/cryptoki.conf";
 }
 
 } // namespace

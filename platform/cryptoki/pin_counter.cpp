@@ -1,5 +1,7 @@
 #include "pin_counter.h"
 
+#include "platform_files.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -12,21 +14,6 @@
 namespace zcryptoki {
 
 namespace {
-
-bool makeDirs(const std::string& dir)
-{
-    if (dir.empty())
-        return false;
-    struct stat st
-    {
-    };
-    if (::stat(dir.c_str(), &st) == 0)
-        return S_ISDIR(st.st_mode);
-    const auto slash = dir.find_last_of('/');
-    if (slash != std::string::npos && slash > 0 && !makeDirs(dir.substr(0, slash)))
-        return false;
-    return ::mkdir(dir.c_str(), 0700) == 0 || errno == EEXIST;
-}
 
 int readCount(int fd)
 {
@@ -87,7 +74,7 @@ int PinCounter::update(int (*change)(int))
         return 0;
     const auto slash = path_.find_last_of('/');
     int fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0 && errno == ENOENT && makeDirs(path_.substr(0, slash)))
+    if (fd < 0 && errno == ENOENT && zorvik_platform::makeDirs(path_.substr(0, slash)))
         fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0)
         return 0;
