@@ -393,6 +393,7 @@ void TestIntegrations::solutionsLinks()
 void TestIntegrations::solutionsTabStates()
 {
     DashboardWindow* window = mainWindow();
+    ModalSeam::reset();
     window->resize(640, 520);
     SP_Components* components = window->componentsUpdater();
     QVERIFY(components->openVPNInstalled); // openvpn is on PATH
