@@ -90,6 +90,10 @@ QString SP_Components::getTBConfigPath()
 
 bool SP_Components::isCryptokiInstalled(const QString& profile, const QString& who)
 {
+    if (profile.isEmpty()) {
+        debug(who == "isCryptokiFFInstalled" ? "Cannot find firefox config" : "Cannot find Thunderbird config");
+        return false;
+    }
     if (modutilPath.isEmpty()) {
         debug("Cannot find modutil");
         return false;
@@ -107,22 +111,12 @@ bool SP_Components::isCryptokiInstalled(const QString& profile, const QString& w
 
 bool SP_Components::isCryptokiFFInstalled()
 {
-    const QString profile = getFirefoxConfigPath();
-    if (profile.isEmpty()) {
-        debug("Cannot find firefox config");
-        return false;
-    }
-    return isCryptokiInstalled(profile, "isCryptokiFFInstalled");
+    return isCryptokiInstalled(getFirefoxConfigPath(), "isCryptokiFFInstalled");
 }
 
 bool SP_Components::isCryptokiTBInstalled()
 {
-    const QString profile = getTBConfigPath();
-    if (profile.isEmpty()) {
-        debug("Cannot find Thunderbird config");
-        return false;
-    }
-    return isCryptokiInstalled(profile, "isCryptokiTBInstalled");
+    return isCryptokiInstalled(getTBConfigPath(), "isCryptokiTBInstalled");
 }
 
 // Steps common to both programs once the profile is known and the module is not listed.

@@ -108,7 +108,8 @@ void TestIntegrations::initTestCase()
     const QString bin = home.path() + "/bin";
     QVERIFY(writeFile(bin + "/thunderbird", "#!/bin/sh\nexit 0\n"));
     QFile::setPermissions(bin + "/thunderbird", QFileDevice::ReadOwner | QFileDevice::ExeOwner);
-    qputenv("PATH", QFile::encodeName(bin) + ":" + qgetenv("PATH"));
+    // openvpn lives in /usr/sbin on Debian.
+    qputenv("PATH", QFile::encodeName(bin) + ":" + qgetenv("PATH") + ":/usr/sbin:/sbin");
     QVERIFY(writeFile(home.path() + "/home/.thunderbird/profiles.ini",
                       "[General]\nStartWithLastProfile=1\n\n[Profile0]\nName=default\nIsRelative=1\n"
                       "Path=zz.default\nDefault=1\n"));
