@@ -1,64 +1,22 @@
 // The integrations with the programs of a Debian desktop: NSS modutil on real profile
-// databases, openvpn over our PKCS#11 module and a private SoftHSM2 token, Chrome's
-// preferences, and the Solutions tab's link commands. With ZORVIK_SCREENSHOT_DIR set (and a
+// databases with our PKCS#11 module over a private SoftHSM2 token, Chrome's preferences, and
+// the Solutions tab's link commands. With ZORVIK_SCREENSHOT_DIR set (and a
 // real display) every state of the tab and every dialog it opens is saved as a PNG there.
 #include "dashboard_token_info.h"
 #include "dashboard_window.h"
-#include "information_dialog.h"
+#include "integrations_common.h"
 #include "modal_seam.h"
-#include "openvpn_dialog.h"
 #include "softhsm_token.h"
 #include "sp_components.h"
-#include "test_credential.h"
 #include "test_support.h"
 #include "ui_dashboard_window.h"
-#include "ui_openvpn_dialog.h"
 
 #include <QLockFile>
 #include <QMessageBox>
-#include <QTextBrowser>
 #include <QtTest>
 
 #include <memory>
 
-namespace {
-
-QString run(const QString& program, const QStringList& args, int* code = nullptr)
-{
-    QProcess p;
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    p.waitForFinished(60000);
-    if (code)
-        *code = p.exitCode();
-    return QString::fromLocal8Bit(p.readAll());
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
-
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void screenshot(QWidget* widget, const QString& name)
-{
-    const QString dir = qEnvironmentVariable("ZORVIK_SCREENSHOT_DIR");
-    if (dir.isEmpty())
-        return;
-    QDir().mkpath(dir);
-    widget->show();
-    QTest::qWait(200);
-    widget->grab().save(dir + "/" + name + ".png");
-}
-
-} // namespace
 
 class TestIntegrations : public QObject
 {
@@ -78,7 +36,6 @@ private slots:
     void chromeWaitsWhileRunning();
 
     void thunderbirdRegistration();
-    void openVPNConfiguration();
     void solutionsLinks_data();
     void solutionsLinks();
     void solutionsTabStates();
@@ -90,7 +47,6 @@ private:
 
     TestHome home;
     SoftHsmToken token;
-    QString caFile;
     std::unique_ptr<DashboardWindow> window;
     QStringList startupDialogs;
 };
@@ -119,31 +75,6 @@ void TestIntegrations::initTestCase()
     const QString out = run("certutil", {"-N", "-d", "sql:" + thunderbirdProfile(), "--empty-password"}, &code);
     QVERIFY2(code == 0, qPrintable(out));
 
-    // On the token: a self-signed certificate, and one issued by a CA stored twice under
-    // two identifiers (same name, e-mail and serial).
-    TestCredential::Options options;
-    options.commonName = "Alice Vpn";
-    QVERIFY(!token.load(TestCredential::make(options), "alice").isEmpty());
-    const QString d = home.path();
-    caFile = d + "/ca.pem";
-    const QList<QStringList> steps{
-        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/ca.key", "-out", caFile, "-days", "2",
-         "-subj", "/CN=Bench VPN CA"},
-        {"req", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/bob.key", "-out", d + "/bob.csr", "-subj",
-         "/CN=Bob Vpn/emailAddress=bob@example.test"},
-        {"x509", "-req", "-in", d + "/bob.csr", "-CA", caFile, "-CAkey", d + "/ca.key", "-CAcreateserial", "-days",
-         "2", "-out", d + "/bob.pem"}};
-    for (const QStringList& step : steps) {
-        const QString out = run("openssl", step, &code);
-        QVERIFY2(code == 0, qPrintable(out));
-    }
-    for (const char* id : {"01", "02"}) {
-        QProcess load;
-        load.setProcessEnvironment(token.environment());
-        load.start("bash", {SoftHsmToken::setupScript(), "load", token.directory(), "--cert", d + "/bob.pem", "--key",
-                            d + "/bob.key", "--label", QString("bob ") + id, "--id", id, "--pin", token.pin()});
-        QVERIFY(load.waitForFinished(60000) && load.exitCode() == 0);
-    }
 }
 
 DashboardWindow* TestIntegrations::mainWindow()
@@ -322,50 +253,6 @@ void TestIntegrations::thunderbirdRegistration()
     QCOMPARE(components->thunderbirdState, 2);
     QCOMPARE(countLines(home.readLog(), "-add \"Zorvik PKCS#11 Module\""), adds);
     QCOMPARE(run("modutil", {"-dbdir", "sql:" + thunderbirdProfile(), "-list"}).count("Zorvik PKCS#11 Module"), 1);
-}
-
-void TestIntegrations::openVPNConfiguration()
-{
-    DashboardWindow* window = mainWindow();
-    window->tokenPresent = true;
-    int choices = -1;
-    QString config;
-    ModalSeam::setObserver([&](QDialog* dialog) {
-        if (auto* vpn = qobject_cast<OpenVPNDialog*>(dialog)) {
-            choices = vpn->form()->certCombo->count();
-            vpn->form()->certCombo->setCurrentIndex(0);
-            vpn->form()->addressEdit->setText("127.0.0.1");
-            vpn->form()->caEdit->setText(caFile);
-            screenshot(vpn, "openvpn-dialog");
-        } else if (auto* info = qobject_cast<InformationDialog*>(dialog)) {
-            config = info->findChild<QTextBrowser*>("message")->toPlainText();
-            screenshot(info, "openvpn-configuration");
-        }
-    });
-    ModalSeam::answer(QDialog::Accepted);
-    ModalSeam::answer(QDialog::Accepted);
-    window->slotApplicationActivated("configure-openvpn-cryptoki");
-    ModalSeam::setObserver(nullptr);
-    window->tokenPresent = false;
-    QCOMPARE(choices, 2); // the certificate stored twice is one entry // the same certificate twice is one entry
-    QVERIFY2(config.startsWith("pkcs11-providers '" + window->componentsUpdater()->CryptokiPath() + "'\n"),
-             qPrintable(config));
-    QVERIFY(config.trimmed().endsWith("\ncomp-lzo\nverb 3"));
-
-    // openvpn lists the chosen id, and takes the whole text up to contacting the server.
-    const QString id = config.section("pkcs11-id '", 1).section("'", 0, 0);
-    QVERIFY(run("openvpn", {"--show-pkcs11-ids", window->componentsUpdater()->CryptokiPath()}).contains(id));
-    const QString file = home.path() + "/zorvik.ovpn";
-    QVERIFY(writeFile(file, config.toUtf8()));
-    QProcess vpn;
-    vpn.setProcessChannelMode(QProcess::MergedChannels);
-    vpn.start("openvpn", {"--config", file, "--verb", "4"});
-    QString out;
-    QTRY_VERIFY_WITH_TIMEOUT((out += vpn.readAll(), out.contains("link remote") || vpn.state() == QProcess::NotRunning),
-                             30000);
-    vpn.kill();
-    vpn.waitForFinished();
-    QVERIFY2(!out.contains("Options error") && out.contains("link remote"), qPrintable(out.right(2000)));
 }
 
 void TestIntegrations::solutionsLinks_data()
