@@ -17,7 +17,6 @@
 
 #include <memory>
 
-
 class TestIntegrations : public QObject
 {
     Q_OBJECT
@@ -74,7 +73,6 @@ void TestIntegrations::initTestCase()
     QDir().mkpath(thunderbirdProfile());
     const QString out = run("certutil", {"-N", "-d", "sql:" + thunderbirdProfile(), "--empty-password"}, &code);
     QVERIFY2(code == 0, qPrintable(out));
-
 }
 
 DashboardWindow* TestIntegrations::mainWindow()
@@ -104,10 +102,18 @@ void TestIntegrations::readVal_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("value");
     // The length taken is the comma's position in the whole text, and the key stays in.
-    QTest::newRow("comma after key") << "id" << "x,id=5,z" << "id=5,z";
-    QTest::newRow("key first") << "CN=" << "CN=Bob, O=Z" << "CN=Bob";
-    QTest::newRow("no comma") << "Serial:" << "Serial: 01AB" << "Serial: 01AB";
-    QTest::newRow("missing key") << "emailAddress=" << "CN=Bob, O=Z" << "";
+    QTest::newRow("comma after key") << "id"
+                                     << "x,id=5,z"
+                                     << "id=5,z";
+    QTest::newRow("key first") << "CN="
+                               << "CN=Bob, O=Z"
+                               << "CN=Bob";
+    QTest::newRow("no comma") << "Serial:"
+                              << "Serial: 01AB"
+                              << "Serial: 01AB";
+    QTest::newRow("missing key") << "emailAddress="
+                                 << "CN=Bob, O=Z"
+                                 << "";
 }
 
 void TestIntegrations::readVal()
@@ -150,8 +156,10 @@ void TestIntegrations::profileLookup_data()
     QDir().mkpath(home.path() + "/elsewhere");
     QTest::newRow("relative") << "ab.default" << root + "/ab.default";
     QTest::newRow("absolute") << "@/elsewhere" << home.path() + "/elsewhere";
-    QTest::newRow("missing directory") << "gone.default" << "";
-    QTest::newRow("no Profile0") << "" << "";
+    QTest::newRow("missing directory") << "gone.default"
+                                       << "";
+    QTest::newRow("no Profile0") << ""
+                                 << "";
 }
 
 void TestIntegrations::profileLookup()
@@ -172,10 +180,11 @@ void TestIntegrations::chromeEdit_data()
     QTest::addColumn<QByteArray>("after");
     const QByteArray id = kChromeExtensionId;
     const QByteArray head = "{\"extensions\":{\"settings\":{\"" + id + "\":{\"path\":\"" + id + "/1.0_0\",";
-    QTest::newRow("switched off") << head + "\"state\":0}}}}" << "Chrome extenstion enabled"
-                                  << head + "\"state\":1}}}}";
+    QTest::newRow("switched off") << head + "\"state\":0}}}}"
+                                  << "Chrome extenstion enabled" << head + "\"state\":1}}}}";
     // The failures leave the file empty; the backup keeps what it held.
-    QTest::newRow("already on") << head + "\"state\":1}}}}" << "error enabling chrome extension" << QByteArray("");
+    QTest::newRow("already on") << head + "\"state\":1}}}}"
+                                << "error enabling chrome extension" << QByteArray("");
     QTest::newRow("state too far") << head + "\"x\":\"" + QByteArray(500, 'x') + "\",\"state\":0}}}}"
                                    << "unknown config format" << QByteArray("");
     QTest::newRow("other extension") << QByteArray("{\"extensions\":{\"settings\":{\"a\":{\"state\":0}}}}")
@@ -259,15 +268,22 @@ void TestIntegrations::solutionsLinks_data()
 {
     QTest::addColumn<QString>("link");
     QTest::addColumn<QString>("shown"); // title of the one dialog shown, empty for none
-    QTest::newRow("openvpn setup") << "setup-openvpn" << "Zorvik support for OpenVPN";
+    QTest::newRow("openvpn setup") << "setup-openvpn"
+                                   << "Zorvik support for OpenVPN";
     QTest::newRow("firefox setup") << "setup-mozilla-firefox"
                                    << "Zorvik security certificates support for Mozilla Firefox";
-    QTest::newRow("thunderbird setup") << "setup-mozilla-thunderbird" << "Secure email support for Mozilla Thunderbird";
-    QTest::newRow("unknown setup") << "setup-juniper" << "";
-    QTest::newRow("no key") << "configure-openvpn-cryptoki" << "Configuring OpenVPN";
-    QTest::newRow("report, answered No") << "report-Vaultry" << "Zorvik Dashboard";
-    QTest::newRow("prefix not at start") << "xhttps://example.test" << "";
-    QTest::newRow("letter case") << "run-vaultry" << "";
+    QTest::newRow("thunderbird setup") << "setup-mozilla-thunderbird"
+                                       << "Secure email support for Mozilla Thunderbird";
+    QTest::newRow("unknown setup") << "setup-juniper"
+                                   << "";
+    QTest::newRow("no key") << "configure-openvpn-cryptoki"
+                            << "Configuring OpenVPN";
+    QTest::newRow("report, answered No") << "report-Vaultry"
+                                         << "Zorvik Dashboard";
+    QTest::newRow("prefix not at start") << "xhttps://example.test"
+                                         << "";
+    QTest::newRow("letter case") << "run-vaultry"
+                                 << "";
 }
 
 void TestIntegrations::solutionsLinks()

@@ -1,10 +1,10 @@
 // "Add a connection" on the bench: a simulated Vantrel in a reader of a private pcscd, its
 // certificates in SoftHSM2 behind our module, and the real openvpn listing them and taking
 // the configuration the dialog ends in.
+#include "bench.h"
 #include "dashboard_window.h"
 #include "information_dialog.h"
 #include "integrations_common.h"
-#include "bench.h"
 #include "modal_seam.h"
 #include "openvpn_dialog.h"
 #include "softhsm_token.h"
@@ -52,13 +52,12 @@ void TestIntegrationsBench::initTestCase()
     const QString d = home.path();
     int code = -1;
     caFile = d + "/ca.pem";
-    const QList<QStringList> steps{
-        {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/ca.key", "-out", caFile, "-days", "2",
-         "-subj", "/CN=Bench VPN CA"},
-        {"req", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/bob.key", "-out", d + "/bob.csr", "-subj",
-         "/CN=Bob Vpn/emailAddress=bob@example.test"},
-        {"x509", "-req", "-in", d + "/bob.csr", "-CA", caFile, "-CAkey", d + "/ca.key", "-CAcreateserial", "-days",
-         "2", "-out", d + "/bob.pem"}};
+    const QList<QStringList> steps{{"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/ca.key", "-out",
+                                    caFile, "-days", "2", "-subj", "/CN=Bench VPN CA"},
+                                   {"req", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/bob.key", "-out",
+                                    d + "/bob.csr", "-subj", "/CN=Bob Vpn/emailAddress=bob@example.test"},
+                                   {"x509", "-req", "-in", d + "/bob.csr", "-CA", caFile, "-CAkey", d + "/ca.key",
+                                    "-CAcreateserial", "-days", "2", "-out", d + "/bob.pem"}};
     for (const QStringList& step : steps) {
         const QString out = run("openssl", step, &code);
         QVERIFY2(code == 0, qPrintable(out));
