@@ -35,6 +35,7 @@ private slots:
     void chromeWaitsWhileRunning();
 
     void thunderbirdRegistration();
+    void registrationFailureIsReported();
     void solutionsLinks_data();
     void solutionsLinks();
     void solutionsTabStates();
@@ -262,6 +263,23 @@ void TestIntegrations::thunderbirdRegistration()
     QCOMPARE(components->thunderbirdState, 2);
     QCOMPARE(countLines(home.readLog(), "-add \"Zorvik PKCS#11 Module\""), adds);
     QCOMPARE(run("modutil", {"-dbdir", "sql:" + thunderbirdProfile(), "-list"}).count("Zorvik PKCS#11 Module"), 1);
+}
+
+void TestIntegrations::registrationFailureIsReported()
+{
+    // A profile whose databases NSS cannot open: modutil fails and the user is told.
+    const QString ini = home.path() + "/home/.thunderbird/profiles.ini";
+    const QByteArray good = readFile(ini);
+    const QString broken = home.path() + "/home/.thunderbird/broken";
+    QVERIFY(writeFile(broken + "/cert9.db", "garbage") && writeFile(broken + "/key4.db", "garbage"));
+    QVERIFY(writeFile(ini, "[Profile0]\nPath=broken\n"));
+    SP_Components components(nullptr);
+    components.modutilPath = components.getModutilPath();
+    QSignalSpy errors(&components, &SP_Components::ComponentError);
+    QVERIFY(!components.updateCryptokiTBConfig());
+    QVERIFY(writeFile(ini, good));
+    QCOMPARE(errors.count(), 1);
+    QVERIFY(errors.first().first().toString().startsWith("Cannot configure library, modutil returns error: "));
 }
 
 void TestIntegrations::solutionsLinks_data()
