@@ -1,70 +1,62 @@
 #include "openvpn_dialog.h"
 
+#include "ui_openvpn_dialog.h"
+
 #include "modal_seam.h"
 
-#include <QComboBox>
-#include <QDialogButtonBox>
 #include <QDir>
-#include <QFormLayout>
-#include <QHBoxLayout>
-#include <QLineEdit>
+#include <QFileDialog>
+#include <QIcon>
 #include <QPushButton>
 
 OpenVPNDialog::OpenVPNDialog(const QString& configDir_, const QString& name, const QString& port,
                              const QMap<QString, QString>& certs_, QWidget* parent)
-    : QDialog(parent), configDir(configDir_), certs(certs_)
+    : QDialog(parent), ui(new Ui::OpenVPNDialog), configDir(configDir_), certs(certs_)
 {
+    ui->setupUi(this);
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
-    auto* form = new QFormLayout(this);
-    nameEdit = new QLineEdit(name, this);
-    addressEdit = new QLineEdit(this);
-    portEdit = new QLineEdit(port, this);
-    caEdit = new QLineEdit(this);
-    auto* browseButton = new QPushButton("...", this);
-    auto* caRow = new QHBoxLayout;
-    caRow->addWidget(caEdit);
-    caRow->addWidget(browseButton);
-    certCombo = new QComboBox(this);
-    certCombo->addItems(certs.keys());
-    buttonBox = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
-    form->addRow(tr("Name:"), nameEdit);
-    form->addRow(tr("Address:"), addressEdit);
-    form->addRow(tr("Port:"), portEdit);
-    form->addRow(tr("CA certificate:"), caRow);
-    form->addRow(tr("Certificate:"), certCombo);
-    form->addRow(buttonBox);
-    connect(browseButton, &QPushButton::clicked, this, &OpenVPNDialog::slotBrowse);
-    connect(buttonBox, &QDialogButtonBox::accepted, this, &OpenVPNDialog::slotOk);
-    connect(buttonBox, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    for (QLineEdit* edit : {nameEdit, addressEdit, portEdit, caEdit})
+    setWindowIcon(QIcon(":/Icons/icons/openvpn.png"));
+    ui->nameEdit->setText(name);
+    ui->portEdit->setText(port);
+    for (auto it = certs.constBegin(); it != certs.constEnd(); ++it)
+        ui->certCombo->addItem(QIcon(), it.key());
+    connect(ui->browseButton, &QToolButton::clicked, this, &OpenVPNDialog::slotBrowse);
+    connect(ui->buttonBox, &QDialogButtonBox::accepted, this, &OpenVPNDialog::slotOk);
+    connect(ui->buttonBox, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    for (QLineEdit* edit : {ui->nameEdit, ui->addressEdit, ui->portEdit, ui->caEdit})
         connect(edit, &QLineEdit::textChanged, this, &OpenVPNDialog::slotChanged);
     slotChanged(QString());
 }
 
+OpenVPNDialog::~OpenVPNDialog()
+{
+    delete ui;
+}
+
 QString OpenVPNDialog::cert() const
 {
-    return certs.value(certCombo->currentText());
+    return certs.value(ui->certCombo->currentText());
 }
 
 QStringList OpenVPNDialog::fieldTexts() const
 {
-    return {nameEdit->text(), addressEdit->text(), portEdit->text(), caEdit->text()};
+    return {ui->nameEdit->text(), ui->addressEdit->text(), ui->portEdit->text(), ui->caEdit->text()};
 }
 
 void OpenVPNDialog::slotChanged(const QString&)
 {
-    const bool complete = !nameEdit->text().isEmpty() && !addressEdit->text().isEmpty() &&
-                          !portEdit->text().isEmpty() && !caEdit->text().isEmpty();
-    buttonBox->button(QDialogButtonBox::Ok)->setEnabled(complete);
+    const bool complete = !ui->nameEdit->text().isEmpty() && !ui->addressEdit->text().isEmpty() &&
+                          !ui->portEdit->text().isEmpty() && !ui->caEdit->text().isEmpty();
+    ui->buttonBox->button(QDialogButtonBox::Ok)->setEnabled(complete);
 }
 
 void OpenVPNDialog::slotBrowse()
 {
-    QDir dir(configDir);
-    dir.cd("../certs");
-    const QString file = ModalSeam::openFileName(this, tr("Select File"), dir.absolutePath(), QString());
+    // The "certs" folder beside the configuration folder.
+    const QString start = QDir::cleanPath(configDir + "/../certs");
+    const QString file = ModalSeam::openFileName(this, tr("Select File", "Dialog titles"), start, QString());
     if (!file.isEmpty())
-        caEdit->setText(QDir::toNativeSeparators(file));
+        ui->caEdit->setText(QDir::toNativeSeparators(file));
 }
 
 void OpenVPNDialog::slotOk()

@@ -4,9 +4,9 @@
 #include <QMap>
 #include <QStringList>
 
-class QComboBox;
-class QLineEdit;
-class QDialogButtonBox;
+namespace Ui {
+class OpenVPNDialog;
+}
 
 // Describes one OpenVPN connection: name, server address, port, CA file and the key's
 // certificate to use.
@@ -16,11 +16,13 @@ class OpenVPNDialog : public QDialog
 public:
     OpenVPNDialog(const QString& configDir, const QString& name, const QString& port,
                   const QMap<QString, QString>& certs, QWidget* parent = nullptr);
+    ~OpenVPNDialog() override;
 
     // The serialized id of the chosen certificate.
     QString cert() const;
     // The texts of the name, address, port and CA fields, in that order.
     QStringList fieldTexts() const;
+    Ui::OpenVPNDialog* form() const { return ui; }
 
 public slots:
     void slotChanged(const QString& text);
@@ -28,12 +30,7 @@ public slots:
     void slotOk();
 
 private:
+    Ui::OpenVPNDialog* ui = nullptr;
     QString configDir;
     QMap<QString, QString> certs;
-    QLineEdit* nameEdit = nullptr;
-    QLineEdit* addressEdit = nullptr;
-    QLineEdit* portEdit = nullptr;
-    QLineEdit* caEdit = nullptr;
-    QComboBox* certCombo = nullptr;
-    QDialogButtonBox* buttonBox = nullptr;
 };

@@ -1,26 +1,99 @@
 #pragma once
 
+#include <QMap>
 #include <QString>
+#include <QStringList>
 #include <QThread>
 
 class QWidget;
 
+namespace Json {
+class Value;
+}
+
+// One certificate the PKCS#11 module offers to OpenVPN.
+struct VPNCert
+{
+    QString commonName;
+    QString serial;
+    QString serializedId;
+    QString email;
+};
+
 // Finds the programs the Security Pack works with and configures them. Its thread body is
-// the components updater: one short probing pass per start.
+// the components updater: one short probing pass per start, which stores what it found in
+// the public fields and then emits componentsUpdated().
 class SP_Components : public QThread
 {
     Q_OBJECT
 public:
-    explicit SP_Components(QObject* parent = nullptr);
+    // `window` is the owning window: parent of the dialogs and of this object.
+    explicit SP_Components(QWidget* window);
+
+    // Fields read by the window after componentsUpdated(). The initial values are the state
+    // shown before the first pass ends.
+    QString platform;
+    bool openVPNInstalled = false;
+    bool vaultryInstalled = true;
+    int firefoxState = 0;
+    int thunderbirdState = 0; // 0 not installed, 1 installed, 2 module registered
+    bool chromeFound = false;
+    bool cryptokiFound = true;
+    bool openVPNMark = false;
+    bool thunderbirdCheckRequested = true;
+    QWidget* window = nullptr;
+    QString modutilPath;
 
     void Update();
+
+    // Components and their paths; an empty text means "not found".
+    QString CryptokiPath();
+    QString getCryptokiName();
+    QString Cryptoki64Path();
+    QString getVaultryPath();
+    bool isVaultryInstalled();
+    QString getRelayonPath();
     void runVaultry();
     void runRelayon();
-    void configureOpenVPN(QWidget* parent);
-    QString getChromePath();
+    QString GetPFDir(const QString& platform);
+    QStringList listRegistry(const QString& path);
+    QString readKeyfromINI(const QString& file, const QString& key);
+    QStringList getProcessList();
+    static QString ReadVal(QString key, QString text);
+    QString getModutilPath();
 
-    bool openVPNInstalled = false;
-    bool thunderbirdCheckRequested = false;
+    // Mozilla
+    QString getFirefoxPath();
+    QString getTBPath();
+    bool isFirefoxInstalled();
+    bool isThunderbirdInstalled();
+    bool isFirefoxRunning();
+    bool isTBRunning();
+    QString getFirefoxConfigPath();
+    QString getTBConfigPath();
+    bool isCryptokiFFInstalled();
+    bool isCryptokiTBInstalled();
+    bool updateCryptokiFFConfig();
+    bool updateCryptokiTBConfig();
+
+    // Chrome
+    QString ChromeApp();
+    QString getChromePath();
+    bool enableChromeExtension(QWidget* parent);
+
+    // OpenVPN
+    QString OpenVPNExe();
+    bool isOpenVPNInstalled();
+    QString OpenVPNConfig();
+    static VPNCert ReadCert(QString block);
+    // The certificates `openvpn --show-pkcs11-ids` lists for the module, display text to
+    // serialized id; empty when none.
+    QMap<QString, QString> openVPNCertificates(const QString& exe, const QString& lib);
+    // The client configuration for the module `lib` and the chosen certificate and server.
+    QString openVPNConfigText(const QString& lib, const QString& certId, const QString& ca, const QString& address,
+                              const QString& port);
+    void configureOpenVPN(QWidget* parent);
+    void openVPNInstall(QWidget* parent);
 
 signals:
     void componentsUpdated();
@@ -28,4 +101,16 @@ signals:
 
 protected:
     void run() override;
+
+private:
+    bool isCryptokiInstalled(const QString& profile, const QString& who);
+    bool registerCryptoki(const QString& profile, const QString& lib, bool logCommand);
 };
+
+// Chrome's preferences, edited in place: switches the Zorvik extension on.
+QString ChromeProfileDir();
+QString ChromePrefsFile();
+QString editCromePrefs();
+void printSubkeys(Json::Value& value);
+// The extension's store identifier.
+extern const char* const kChromeExtensionId;

@@ -54,6 +54,7 @@ public:
     CryptokiStorage* certificateStorage() const { return cryptokiStorage; }
     DashboardTokenInfo* tokenInfo() const { return dashboardTokenInfo; }
     const QList<CryptokiStorageItem>& certificateList() const { return certificateItems; }
+    SP_Components* componentsUpdater() const { return components; }
 
 signals:
     void noToken();

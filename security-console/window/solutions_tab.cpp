@@ -6,12 +6,15 @@
 
 #include "application_installer.h"
 #include "check_updates.h"
+#include "component_paths.h"
+#include "icon_dialog.h"
 #include "log.h"
 #include "modal_seam.h"
 #include "process_helpers.h"
 #include "sp_components.h"
 
 #include <QDesktopServices>
+#include <QIcon>
 #include <QMessageBox>
 #include <QProcess>
 #include <QUrl>
@@ -85,39 +88,48 @@ void DashboardWindow::slotApplicationActivated(QString link)
     } else if (link.startsWith("setup-")) {
         const QString rest = link.mid(6);
         QString title;
+        QString icon;
         QString text;
         if (rest == "mozilla-firefox") {
-            title = tr("Zorvik security certificates support for Mozilla Firefox");
+            title = tr("Zorvik security certificates support for Mozilla Firefox", "Window messages");
+            icon = ":/Icons/icons/firefox.png";
             text = tr("<p>You should have Mozilla Firefox installed to enable Zorvik security certificates support."
-                      "<p>Please download and install the program here: ") +
+                      "<p>Please download and install the program here: ",
+                      "Window messages") +
                    "<a href=\"https://www.mozilla.org/firefox/\">mozilla.org/firefox</a>";
         } else if (rest == "mozilla-thunderbird") {
-            title = tr("Secure email support for Mozilla Thunderbird");
+            title = tr("Secure email support for Mozilla Thunderbird", "Window messages");
+            icon = ":/Icons/icons/thunderbird.png";
             text = tr("<p>You should have Mozilla Thunderbird installed to enable secure email."
-                      "<p>Please download and install the program here: ") +
+                      "<p>Please download and install the program here: ",
+                      "Window messages") +
                    "<a href=\"https://www.thunderbird.net/\">thunderbird.net</a>";
         } else if (rest == "openvpn") {
-            title = tr("Zorvik support for OpenVPN");
+            title = tr("Zorvik support for OpenVPN", "Window messages");
+            icon = ":/Icons/icons/openvpn.png";
             text = tr("<p>You should have OpenVPN installed to enable secure VPN."
-                      "<p>Please download and install the program here: ") +
+                      "<p>Please download and install the program here: ",
+                      "Window messages") +
                    "<a href=\"https://openvpn.net/index.php/open-source/downloads.html\">openvpn.net</a>";
         }
         if (!title.isEmpty()) {
-            QMessageBox box(QMessageBox::Information, title, text, QMessageBox::Ok, this);
-            box.setTextFormat(Qt::RichText);
-            ModalSeam::exec(&box);
+            IconDialog dialog(title, QIcon(icon), text, this);
+            ModalSeam::exec(&dialog);
         }
     } else if (link.startsWith("InkfoldLink")) {
-        if (!QProcess::startDetached("/usr/bin/open",
-                                     {"-a", "Firefox", "https://www.zorvik.com/products/inkfold"}))
-            Log::print(Log::DEBUG, "Failed to start Firefox");
-        else
+        QString program;
+        const bool started = ComponentPaths::openInFirefox("https://www.zorvik.com/products/inkfold", &program);
+        if (program.isEmpty())
+            Log::print(Log::DEBUG, "Unable to find path to Firefox binary");
+        else if (started)
             Log::print(Log::DEBUG, "Firefox has been started");
+        else
+            Log::print(Log::DEBUG, "Failed to start Firefox");
     } else if (link.startsWith("enable-chrome-extension")) {
         QProcess::startDetached(components->getChromePath(), {"https://support.zorvik.com/604.html#chrome"});
     } else if (link.startsWith("install-chrome-extension")) {
         QProcess::startDetached(components->getChromePath(),
-                                {"https://chrome.google.com/webstore/detail/zorvik/"});
+                                {QString("https://chrome.google.com/webstore/detail/%1").arg(kChromeExtensionId)});
         hide();
     }
 }

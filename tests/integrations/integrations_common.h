@@ -1,0 +1,43 @@
+#pragma once
+// Helpers of the integrations tests: running the real tools, files, screenshots.
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTest>
+#include <QWidget>
+
+inline QString run(const QString& program, const QStringList& args, int* code = nullptr)
+{
+    QProcess p;
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(program, args);
+    p.waitForFinished(60000);
+    if (code)
+        *code = p.exitCode();
+    return QString::fromLocal8Bit(p.readAll());
+}
+
+inline bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
+}
+
+inline QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+inline void screenshot(QWidget* widget, const QString& name)
+{
+    const QString dir = qEnvironmentVariable("ZORVIK_SCREENSHOT_DIR");
+    if (dir.isEmpty())
+        return;
+    QDir().mkpath(dir);
+    widget->show();
+    QTest::qWait(200);
+    widget->grab().save(dir + "/" + name + ".png");
+}
