@@ -5,16 +5,12 @@
 #include "dashboard_token_info.h"
 #include "dashboard_window.h"
 #include "log.h"
-#include "modal_seam.h"
-#include "multipart.h"
 #include "report_error.h"
 #include "services_sim.h"
-#include "support_dialog.h"
+#include "support_flow.h"
 #include "system_configuration.h"
 #include "test_support.h"
 #include "ticket_sender.h"
-#include "ui_dashboard_window.h"
-#include "ui_support_dialog.h"
 #include "web_access.h"
 
 #include <QJsonDocument>
@@ -76,26 +72,6 @@ class TestSupportRequest : public QObject
     TestHome home;
     ServicesSim sim;
     std::unique_ptr<DashboardWindow> window;
-    int supportDialogs = 0;
-
-    // Help > Contact support, the form filled in and submitted; the wait box is shown for
-    // real and the outcome box answered. Returns once the outcome box has been seen.
-    void submit(const QString& text, const QString& name, const QString& email)
-    {
-        ModalSeam::setObserver([=](QDialog* d) {
-            if (auto* dialog = qobject_cast<SupportDialog*>(d)) {
-                dialog->form()->ticketText->setPlainText(text);
-                dialog->form()->Name->setText(name);
-                dialog->form()->Email->setText(email);
-                QMetaObject::invokeMethod(dialog->form()->submitButton, "click", Qt::QueuedConnection);
-            }
-        });
-        ModalSeam::answer(ModalSeam::ShowIt); // the form
-        ModalSeam::answer(ModalSeam::ShowIt); // "Sending support request. Please wait"
-        ModalSeam::answer(QMessageBox::Ok);   // the outcome
-        window->form()->actionContact_support->trigger();
-        QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, 20000);
-    }
 
     QString outcome() const
     {
@@ -171,7 +147,7 @@ private slots:
     {
         Log::print(Log::DEBUG, "written before the request");
         QVERIFY(writeFile(home.logDir() + "/dashboard.log1.gz", "archived"));
-        submit("My key is not seen", "Ana", "ana@example.org");
+        submitSupportRequest(window.get(), "My key is not seen", "Ana", "ana@example.org");
         QCOMPARE(outcome(), QString("Your support request was successfully sent.\n\nTicket:  ZD-00001   \n"));
         QTRY_VERIFY(!QApplication::overrideCursor());
 
@@ -238,7 +214,7 @@ private slots:
         QFETCH(QString, logged);
         QVERIFY(sim.script(answer));
         const QByteArray logBefore = readFile(home.userLog());
-        submit("help", QString(), QString());
+        submitSupportRequest(window.get(), "help", QString(), QString());
         QCOMPARE(outcome(), shown);
         QTRY_VERIFY(!QApplication::overrideCursor());
         QVERIFY2(home.readLog().contains(logged), qPrintable(logged));

@@ -1,11 +1,40 @@
-// Reading what the services simulator received: multipart/form-data bodies split into
-// their parts, and gzip data opened with the system's gzip.
+// A support request sent through the window's help menu, and reading what the services
+// simulator received: multipart/form-data bodies split into their parts, gzip data opened
+// with the system's gzip.
 #pragma once
+
+#include "dashboard_window.h"
+#include "modal_seam.h"
+#include "support_dialog.h"
+#include "ui_dashboard_window.h"
+#include "ui_support_dialog.h"
 
 #include <QByteArray>
 #include <QList>
+#include <QMessageBox>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QtTest>
+
+// Help > Contact support, the form filled in and submitted; the wait box is shown for real
+// and the outcome box answered. Returns once the outcome box has been seen.
+inline void submitSupportRequest(DashboardWindow* window, const QString& text, const QString& name,
+                                 const QString& email)
+{
+    ModalSeam::setObserver([=](QDialog* d) {
+        if (auto* dialog = qobject_cast<SupportDialog*>(d)) {
+            dialog->form()->ticketText->setPlainText(text);
+            dialog->form()->Name->setText(name);
+            dialog->form()->Email->setText(email);
+            QMetaObject::invokeMethod(dialog->form()->submitButton, "click", Qt::QueuedConnection);
+        }
+    });
+    ModalSeam::answer(ModalSeam::ShowIt); // the form
+    ModalSeam::answer(ModalSeam::ShowIt); // "Sending support request. Please wait"
+    ModalSeam::answer(QMessageBox::Ok);   // the outcome
+    window->form()->actionContact_support->trigger();
+    QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, 20000);
+}
 
 struct FormPart
 {
