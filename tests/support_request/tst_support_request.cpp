@@ -268,14 +268,18 @@ private slots:
     {
         QTest::addColumn<QString>("message");
         QTest::addColumn<int>("filler");
-        QTest::newRow("short log") << "ASSERTION FAILED AT security-console/dashboard_window:42" << 0;
-        QTest::newRow("long log, empty message") << "" << 300000;
+        QTest::addColumn<int>("silence"); // seconds the service keeps the report waiting
+        QTest::newRow("short log") << "ASSERTION FAILED AT security-console/dashboard_window:42" << 0 << 0;
+        QTest::newRow("long log, empty message") << "" << 300000 << 0;
+        QTest::newRow("service never answers") << "late" << 0 << 600;
     }
 
     void criticalErrorIsReported()
     {
         QFETCH(QString, message);
         QFETCH(int, filler);
+        QFETCH(int, silence);
+        QVERIFY(sim.script(QJsonObject{{"path", "/api/report"}, {"delay", silence}}));
         TestHome child;
         QByteArray lines;
         for (int i = 0; lines.size() < filler; ++i)
@@ -286,7 +290,7 @@ private slots:
         QProcess p;
         p.setProcessEnvironment(env);
         p.start(QCoreApplication::applicationFilePath(), {"--critical-child", message});
-        QVERIFY(p.waitForFinished(60000) && p.exitCode() == 1);
+        QVERIFY(p.waitForFinished(60000) && p.exitCode() == 1); // the report waits 30 s at most
 
         const QJsonArray sent = sim.requests("/api/report");
         QCOMPARE(sent.size(), 1);
