@@ -2,6 +2,6 @@
 
 #include <QString>
 
-// The operating-system description written to the log and sent with support requests and
+// The name and version of the operating system, written to the log and sent with support requests and
 // error reports.
 QString systemConfiguration();
