@@ -6,8 +6,8 @@
 
 #include "application_installer.h"
 #include "check_updates.h"
-#include "log_manager.h"
 #include "log.h"
+#include "log_manager.h"
 #include "modal_seam.h"
 #include "process_helpers.h"
 #include "sp_components.h"
