@@ -1,6 +1,7 @@
 #pragma once
 
 #include "single_application.h"
+#include "system_configuration.h"
 
 #include <QMap>
 #include <QString>
@@ -42,4 +43,3 @@ private:
 };
 
 void initGTK();
-QString systemConfiguration();

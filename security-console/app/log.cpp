@@ -74,6 +74,19 @@ void Log::setupMarker()
 
 QString Log::lastLog(int n)
 {
-    Q_UNUSED(n)
-    return QString();
+    const char* path = qvlogger_get_param(QVLOGGER_PARAM_USER_LOG_PATH);
+    if (!path || n <= 0)
+        return QString();
+    QFile current(QFile::decodeName(path));
+    if (!current.open(QIODevice::ReadOnly))
+        return QString();
+    const qint64 size = current.size();
+    if (size > n)
+        current.seek(size - n);
+    QByteArray tail = current.read(n);
+    // The cut may fall inside a character: start at the next whole one.
+    int skip = 0;
+    while (skip < tail.size() && skip < 3 && (static_cast<unsigned char>(tail[skip]) & 0xC0) == 0x80)
+        ++skip;
+    return QString::fromUtf8(tail.mid(skip));
 }

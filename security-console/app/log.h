@@ -22,7 +22,7 @@ public:
     // Rotation is LogManager's job.
     static void rotateLogFile();
     static void setupMarker();
-    // The recent log is not kept in memory: always empty.
+    // The last `n` bytes of the current user log (all of it when it is shorter), as text.
     static QString lastLog(int n);
 
     // The library level a LogLevel is delivered at (out-of-range values give 5).

@@ -11,6 +11,7 @@
 #include <QNetworkRequest>
 #include <QSslCertificate>
 #include <QSslConfiguration>
+#include <QTimer>
 
 namespace {
 const int kMaxRedirects = 20;
@@ -168,7 +169,14 @@ QString WebAccess::syncPost(const QString& url, const QMap<QString, QString>& pa
     body += close;
     request.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
 
-    manager.post(request, body);
+    QNetworkReply* reply = manager.post(request, body);
+    // An answer that takes longer than the caller allows is given up (as a cancellation).
+    QTimer limit;
+    if (postTimeoutMs > 0) {
+        limit.setSingleShot(true);
+        connect(&limit, &QTimer::timeout, reply, &QNetworkReply::abort);
+        limit.start(postTimeoutMs);
+    }
     loop.exec();
     return requestError ? QString() : replyText;
 }

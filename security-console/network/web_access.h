@@ -38,6 +38,9 @@ public:
     // `data` when `fileName` is not empty. Returns the body, or an empty text on error.
     QString syncPost(const QString& url, const QMap<QString, QString>& params, const QString& fileName,
                      const QByteArray& data);
+    // Bounds the wait of syncPost: after `ms` milliseconds the request is abandoned and
+    // syncPost returns an empty text. 0 (the default) waits as long as it takes.
+    void setPostTimeout(int ms) { postTimeoutMs = ms; }
     // Downloads `url` into `localDir` under the last part of the URL's path. False (and
     // error()) when the local file cannot be created. progress() reports percent when the
     // length is known; downloadCompleted() gives the file name at the end.
@@ -68,4 +71,5 @@ private:
     QUrl requestUrl;
     QUrl redirectUrl;
     bool redirected = false;
+    int postTimeoutMs = 0;
 };

@@ -23,6 +23,9 @@ QString proxyTestUrl();
 // Extra trusted CA certificates (PEM) for HTTPS, from ZORVIK_EXTRA_CA; empty when unset.
 QString extraCaFile();
 
+// The platform name a critical error report carries: "Mac OS X" on macOS, "Linux" here.
+QString reportPlatform();
+
 // Per-user configuration directory of the Zorvik software.
 QString configDir();
 

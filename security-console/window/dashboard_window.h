@@ -142,7 +142,7 @@ public slots:
     void slotHelpButton();
     void slotSupportButton();
     void slotSupportError(QString message);
-    void slotSupportSent(QString ticket);
+    void slotSupportSent(QString message);
 
     // Smartphone tab (removed on this platform; kept callable)
     void updateSmartphoneTab();

@@ -9,10 +9,14 @@
 #include "component_paths.h"
 #include "icon_dialog.h"
 #include "log.h"
+#include "log_manager.h"
 #include "modal_seam.h"
 #include "process_helpers.h"
 #include "sp_components.h"
+#include "support_dialog.h"
+#include "ticket_sender.h"
 
+#include <QApplication>
 #include <QDesktopServices>
 #include <QIcon>
 #include <QMessageBox>
@@ -221,16 +225,25 @@ void DashboardWindow::slotHelpButton()
 
 void DashboardWindow::slotSupportButton()
 {
-    Log::print(Log::DEBUG, "slotSupportButton");
+    Log::print(Log::DEBUG, "Support button");
+    SupportDialog dialog(this, ticketSender);
+    if (ModalSeam::exec(&dialog) != QDialog::Accepted)
+        return;
+    Log::print(Log::DEBUG, "Sending support ticket: " + dialog.description());
+    ticketSender->sendTicket(dialog.description(), dialog.email(), dialog.name(), logManager->filesToSend());
 }
 
 void DashboardWindow::slotSupportError(QString message)
 {
+    QApplication::restoreOverrideCursor();
     errorBox(this, message);
 }
 
-void DashboardWindow::slotSupportSent(QString ticket)
+void DashboardWindow::slotSupportSent(QString message)
 {
-    QMessageBox box(QMessageBox::Information, tr("Zorvik Dashboard"), ticket, QMessageBox::Ok, this);
+    QApplication::restoreOverrideCursor();
+    QMessageBox box(QMessageBox::Information,
+                    QCoreApplication::translate("Application messages", "%1 message").arg("Zorvik Dashboard"), message,
+                    QMessageBox::Ok, this);
     ModalSeam::exec(&box);
 }
