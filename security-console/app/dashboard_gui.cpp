@@ -60,10 +60,10 @@ DashboardGUI::DashboardGUI(int& argc, char** argv) : SingleApplication(argc, arg
         Log::print(Log::DEBUG, QString("argv = %1").arg(arg));
         arguments << arg;
     }
+    Log::print(Log::DEBUG, "DashboardGUI: ok");
     Log::print(Log::DEBUG, QString("Program files: module %1, upgrade script %2")
                                .arg(OsPlatform::cryptokiModulePath(), OsPlatform::upgradeScriptPath()));
     installTranslations(this);
-    Log::print(Log::DEBUG, "DashboardGUI: ok");
 }
 
 DashboardGUI::~DashboardGUI()
