@@ -7,15 +7,41 @@
 #include "openvpn_dialog.h"
 #include "os_platform.h"
 #include "web_access.h"
+#include "zorvik_build.h"
 
 #include <QGuiApplication>
 #include <QLibrary>
+#include <QLibraryInfo>
 #include <QMessageBox>
 #include <QStyle>
 #include <QSystemTrayIcon>
+#include <QTranslator>
 
-const char* const DashboardGUI::appVersion = "3.4.375";
+const char* const DashboardGUI::appVersion = ZORVIK_VERSION;
 const char* const DashboardGUI::productName = "Zorvik Dashboard";
+
+namespace {
+// Installs the program's translation for the user's locale, and Qt's own for the standard
+// buttons and dialogs. English needs neither.
+void installTranslations(QCoreApplication* app)
+{
+    const QLocale locale;
+    const QString dir = OsPlatform::translationsDir();
+    auto* own = new QTranslator(app);
+    if (own->load(locale, "zorvik-dashboard", "_", dir)) {
+        app->installTranslator(own);
+        Log::print(Log::DEBUG, QString("Translations: %1").arg(own->filePath()));
+    } else {
+        Log::print(Log::DEBUG, QString("Translations: none for %1 in %2").arg(locale.name(), dir));
+        delete own;
+    }
+    auto* qt = new QTranslator(app);
+    if (qt->load(locale, "qtbase", "_", QLibraryInfo::location(QLibraryInfo::TranslationsPath)))
+        app->installTranslator(qt);
+    else
+        delete qt;
+}
+} // namespace
 
 DashboardGUI::DashboardGUI(int& argc, char** argv) : SingleApplication(argc, argv)
 {
@@ -35,6 +61,9 @@ DashboardGUI::DashboardGUI(int& argc, char** argv) : SingleApplication(argc, arg
         arguments << arg;
     }
     Log::print(Log::DEBUG, "DashboardGUI: ok");
+    Log::print(Log::DEBUG, QString("Program files: module %1, upgrade script %2")
+                               .arg(OsPlatform::cryptokiModulePath(), OsPlatform::upgradeScriptPath()));
+    installTranslations(this);
 }
 
 DashboardGUI::~DashboardGUI()

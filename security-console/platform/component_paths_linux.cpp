@@ -2,6 +2,8 @@
 // the library directory's pkcs11/ or from beside the running build.
 #include "component_paths.h"
 
+#include "os_platform.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -82,22 +84,9 @@ QString cryptokiName()
 
 QString cryptokiPath()
 {
-    // The installed module first: pkcs11/ of the library directory next to the program,
-    // then the system's multi-arch one; else the module of the build the program runs from.
-    const QString appDir = QCoreApplication::applicationDirPath();
-    QStringList candidates;
-#ifdef ZORVIK_INSTALL_LIBDIR
-    candidates << QString(ZORVIK_INSTALL_LIBDIR) + "/pkcs11/" + cryptokiName();
-#endif
-#ifdef ZORVIK_MULTIARCH_LIBDIR
-    candidates << QString(ZORVIK_MULTIARCH_LIBDIR) + "/pkcs11/" + cryptokiName();
-#endif
-    candidates << "/usr/lib/pkcs11/" + cryptokiName();
-    for (const QString& candidate : candidates) {
-        if (QFileInfo(candidate).isFile())
-            return candidate;
-    }
-    return QDir::cleanPath(appDir + "/../lib/" + cryptokiName());
+    // The installed module (pkcs11/ of the library directory next to the program), else the
+    // module of the build the program runs from.
+    return OsPlatform::cryptokiModulePath();
 }
 
 QString vaultryPath()

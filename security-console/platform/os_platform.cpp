@@ -1,6 +1,10 @@
 #include "os_platform.h"
 
+#include "zorvik_build.h"
+
+#include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QtGlobal>
 
@@ -12,6 +16,16 @@ QString fromEnv(const char* name, const QString& fallback)
     while (url.endsWith('/'))
         url.chop(1);
     return url;
+}
+
+QString besideProgram(const char* installed, const char* built)
+{
+    const QDir dir(QCoreApplication::applicationDirPath());
+    const QString installedPath = QDir::cleanPath(dir.absoluteFilePath(installed));
+    if (QFileInfo::exists(installedPath))
+        return installedPath;
+    const QString builtPath = QDir::cleanPath(dir.absoluteFilePath(built));
+    return QFileInfo::exists(builtPath) ? builtPath : installedPath;
 }
 } // namespace
 
@@ -62,6 +76,21 @@ QString configDir()
     if (base.isEmpty())
         base = QDir::homePath() + "/.config";
     return base + "/zorvik";
+}
+
+QString cryptokiModulePath()
+{
+    return besideProgram(ZORVIK_INSTALLED_PKCS11_MODULE, ZORVIK_BUILT_PKCS11_MODULE);
+}
+
+QString upgradeScriptPath()
+{
+    return besideProgram(ZORVIK_UPGRADE_SCRIPT, ZORVIK_UPGRADE_SCRIPT);
+}
+
+QString translationsDir()
+{
+    return besideProgram(ZORVIK_INSTALLED_TRANSLATIONS, ZORVIK_BUILT_TRANSLATIONS);
 }
 
 } // namespace OsPlatform

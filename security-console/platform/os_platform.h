@@ -29,4 +29,14 @@ QString reportPlatform();
 // Per-user configuration directory of the Zorvik software.
 QString configDir();
 
+// The program's own files, found relative to the program: where the package installs them,
+// else where the build tree has them. A file found in neither place is answered with its
+// installed path, so messages name where it was expected.
+// The PKCS#11 module, as other programs (modutil, openvpn, p11-kit) load it.
+QString cryptokiModulePath();
+// The Security Pack's upgrade script.
+QString upgradeScriptPath();
+// The compiled translations (zorvik-dashboard_<locale>.qm).
+QString translationsDir();
+
 } // namespace OsPlatform

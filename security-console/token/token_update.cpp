@@ -13,8 +13,9 @@
 
 namespace {
 
-const char* const kInformative =
-    "Update procedure can take about 5-15 minutes. \nPlease do not remove your key untill end of operation";
+const char* const kInformative = QT_TRANSLATE_NOOP(
+    "Warning messages",
+    "Update procedure can take about 5-15 minutes. \nPlease do not remove your key untill end of operation");
 
 struct SearchDeleter {
     void operator()(qvtoken_search* search) const { qvtoken_destroySearch(search); }

@@ -67,8 +67,8 @@ void DashboardWindow::slotProxyImportIE() {}
 void DashboardWindow::initPSWoption()
 {
     ui->PSWcomboBox->clear();
-    for (const char* text : {"System Default", "Allow", "Disallow"})
-        ui->PSWcomboBox->addItem(QIcon(), tr(text), 0);
+    for (const char* text : {QT_TR_NOOP("System Default"), QT_TR_NOOP("Allow"), QT_TR_NOOP("Disallow")})
+        ui->PSWcomboBox->addItem(QIcon(), tr(text), 0); // notr: marked above
 }
 
 void DashboardWindow::readPSWoption()

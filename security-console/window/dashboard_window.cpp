@@ -16,6 +16,7 @@
 #include "single_application.h"
 #include "sp_components.h"
 #include "ticket_sender.h"
+#include "zorvik_build.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -31,7 +32,7 @@
 
 namespace {
 
-const char* const kVersion = "3.4.375";
+const char* const kVersion = ZORVIK_VERSION;
 const char* const kProduct = "Zorvik Dashboard";
 
 struct TrayImages {
@@ -43,11 +44,13 @@ const TrayImages kReaderImages{":/Icons/images/tokenicon-orange.png", ":/Icons/i
 const TrayImages kErrorImages{":/Icons/images/tokenicon-red.png", ":/Icons/images/tokenicon-red-update.png"};
 const TrayImages kNothingImages{":/Icons/images/tokenicon-bw.png", ":/Icons/images/tokenicon-bw-update.png"};
 
-const char* const kNoKeyHint = "Please present Vantrel to access the available security certificates.";
+const char* const kNoKeyHint =
+    QT_TRANSLATE_NOOP("DashboardWindow", "Please present Vantrel to access the available security certificates.");
 
 QString appMessage(const char* text)
 {
-    return QCoreApplication::translate("Application messages", text);
+    // The callers mark their texts with QT_TRANSLATE_NOOP for lupdate.
+    return QCoreApplication::translate("Application messages", text); // notr
 }
 
 } // namespace
@@ -162,14 +165,14 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     const QString helpTemplate =
         "<a href=\"%1\" style=\"font-size: 12pt; color: #1d86c7; text-decoration: none;\">%2</a>";
     const QString docs = "https://www.zorvik.com/documentation/";
-    ui->fiefox_help->setText(helpTemplate.arg(docs + "ZorvikSecurityFirefox.pdf", "Firefox"));
-    ui->tb_help->setText(helpTemplate.arg(docs + "ZorvikSecurityThunderbird/Welcome.htm", "Thunderbird"));
-    ui->email_help->setText(helpTemplate.arg(docs + "ZorvikSecurityOutlook/Welcome.htm", "Outlook and OWA"));
-    ui->openvpn_help->setText(helpTemplate.arg(docs + "ZorvikSecurityOpenVPN/Welcome.htm ", "OpenVPN"));
-    ui->juniper_help->setText(helpTemplate.arg(docs + "ZorvikSecurityJuniperVPN/Welcome.htm", "JuniperVPN"));
+    ui->fiefox_help->setText(helpTemplate.arg(docs + "ZorvikSecurityFirefox.pdf", "Firefox")); // notr
+    ui->tb_help->setText(helpTemplate.arg(docs + "ZorvikSecurityThunderbird/Welcome.htm", "Thunderbird")); // notr
+    ui->email_help->setText(helpTemplate.arg(docs + "ZorvikSecurityOutlook/Welcome.htm", "Outlook and OWA")); // notr
+    ui->openvpn_help->setText(helpTemplate.arg(docs + "ZorvikSecurityOpenVPN/Welcome.htm ", "OpenVPN")); // notr
+    ui->juniper_help->setText(helpTemplate.arg(docs + "ZorvikSecurityJuniperVPN/Welcome.htm", "JuniperVPN")); // notr
     ui->winlogon_help->setText(
-        helpTemplate.arg(docs + "ZorvikSecurityWindowsLogon/Welcome.htm", "Windows Logon"));
-    ui->sharepoint_help->setText(helpTemplate.arg(docs + "ZorvikSecuritySharePoint/Welcome.htm", "SharePoint"));
+        helpTemplate.arg(docs + "ZorvikSecurityWindowsLogon/Welcome.htm", "Windows Logon")); // notr
+    ui->sharepoint_help->setText(helpTemplate.arg(docs + "ZorvikSecuritySharePoint/Welcome.htm", "SharePoint")); // notr
     for (QWidget* w : std::initializer_list<QWidget*>{ui->winlogon_help, ui->winlogon_help_icon, ui->email_help,
                                                       ui->email_help_icon, ui->sharepoint_help,
                                                       ui->sharepoint_help_icon})
@@ -229,30 +232,35 @@ void DashboardWindow::updateTrayIcon()
     if (!note) {
         if (tokenPresent) {
             images = &kKeyImages;
-            tip = appMessage("Zorvik: Key available");
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: Key available"));
         } else if (readerPresent) {
             images = &kReaderImages;
-            tip = appMessage("Zorvik: Reader %1 found").arg(readerName);
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: Reader %1 found")).arg(readerName);
         } else if (scardError) {
             images = &kErrorImages;
-            tip = appMessage("Zorvik: SmartCard service error");
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: SmartCard service error"));
         } else {
-            tip = appMessage("Zorvik: No token found");
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: No token found"));
         }
     } else {
-        const QString text = updateAvailable ? appMessage("New version of %1 is available for download.").arg(kProduct)
-                                             : appMessage("Restart is required");
+        const QString text =
+            updateAvailable
+                ? appMessage(QT_TRANSLATE_NOOP("Application messages", "New version of %1 is available for download."))
+                      .arg(kProduct)
+                : appMessage(QT_TRANSLATE_NOOP("Application messages", "Restart is required"));
         if (tokenPresent) {
             images = &kKeyImages;
-            tip = appMessage("Zorvik: Key available\n%1").arg(text);
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: Key available\n%1")).arg(text);
         } else if (readerPresent) {
             images = &kReaderImages;
-            tip = appMessage("Zorvik: Reader %1 found\n%2").arg(readerName, text);
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: Reader %1 found\n%2"))
+                      .arg(readerName, text);
         } else if (scardError) {
             images = &kErrorImages;
-            tip = appMessage("Zorvik: SmartCard service error\n%1").arg(text);
+            tip =
+                appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: SmartCard service error\n%1")).arg(text);
         } else {
-            tip = appMessage("Zorvik: No token found\n%1").arg(text);
+            tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: No token found\n%1")).arg(text);
         }
     }
     currentTrayIcon = note ? images->withNote : images->plain;
@@ -347,9 +355,11 @@ void DashboardWindow::SCardInterfaceError()
     scardError = true;
     commonNoKeySteps(false);
 
-    QMessageBox box(QMessageBox::Information, appMessage("%1 message").arg(kProduct),
-                    appMessage("SmartCard Service error. Please restore your SmartCard service and then press ok to "
-                               "restart %1")
+    QMessageBox box(QMessageBox::Information,
+                    appMessage(QT_TRANSLATE_NOOP("Application messages", "%1 message")).arg(kProduct),
+                    appMessage(QT_TRANSLATE_NOOP("Application messages",
+                                                 "SmartCard Service error. Please restore your SmartCard service and "
+                                                 "then press ok to restart %1"))
                         .arg(kProduct),
                     QMessageBox::Ok | QMessageBox::Cancel, this);
     if (ModalSeam::exec(&box) != QMessageBox::Ok)
@@ -373,8 +383,10 @@ void DashboardWindow::SCardInterfaceNoError()
 
 void DashboardWindow::slotRequestRestart()
 {
-    tray->showMessage(appMessage("%1 message").arg(kProduct),
-                      appMessage("%1 has been installed. \nPlease restart your computer to enable all features.")
+    tray->showMessage(appMessage(QT_TRANSLATE_NOOP("Application messages", "%1 message")).arg(kProduct),
+                      appMessage(QT_TRANSLATE_NOOP(
+                                     "Application messages",
+                                     "%1 has been installed. \nPlease restart your computer to enable all features."))
                           .arg(kProduct),
                       QSystemTrayIcon::Warning, 30000);
 }

@@ -16,7 +16,7 @@ void DashboardWindow::updateTokenInfo()
     setStatusIndicator(0);
     ui->label_title->clear();
     ui->label_type->clear();
-    ui->label_ret_status->setText("obtaining");
+    ui->label_ret_status->setText("obtaining"); // notr
     ui->tabs->setCursor(Qt::WaitCursor);
     tokenStatus.start();
 }
@@ -26,7 +26,7 @@ void DashboardWindow::infoSCReady()
     Log::print(Log::DEBUG, "infoSCReady()");
     ui->label_atr->setText(tokenStatus.atr);
     if (tokenStatus.tokenStatus < 3)
-        ui->label_ret_status->setText("Not available");
+        ui->label_ret_status->setText("Not available"); // notr
     else
         ui->label_ret_status->setText("0x" + QString::number(tokenStatus.infoStatus, 16).toUpper());
     if (tokenStatus.networkType != 1) {

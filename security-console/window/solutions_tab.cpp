@@ -15,6 +15,7 @@
 #include "sp_components.h"
 #include "support_dialog.h"
 #include "ticket_sender.h"
+#include "zorvik_build.h"
 
 #include <QApplication>
 #include <QDesktopServices>
@@ -35,13 +36,13 @@ void DashboardWindow::updateSolutions()
 {
     Log::print(Log::DEBUG, "Updating solutions");
     ui->vaultry_icon->setText(kIconLink.arg("run-Vaultry", ":/Icons/images/storage64.png"));
-    ui->vaultry_status->setText(kHelpLink.arg(kVaultryGuideLink, "User Guide"));
+    ui->vaultry_status->setText(kHelpLink.arg(kVaultryGuideLink, "User Guide")); // notr
     ui->qvradius_icon->setText(kIconLink.arg("run-Relayon", ":/Icons/images/Zorvik64.png"));
-    ui->relayon_status->setText(kHelpLink.arg(kRelayonGuideLink, "User Guide"));
+    ui->relayon_status->setText(kHelpLink.arg(kRelayonGuideLink, "User Guide")); // notr
     if (!components->openVPNInstalled)
-        ui->openvpn_status->setText(kHelpLink.arg("setup-openvpn", "Setup"));
+        ui->openvpn_status->setText(kHelpLink.arg("setup-openvpn", "Setup")); // notr
     else
-        ui->openvpn_status->setText(kHelpLink.arg("configure-openvpn-cryptoki", "Add a connection"));
+        ui->openvpn_status->setText(kHelpLink.arg("configure-openvpn-cryptoki", "Add a connection")); // notr
 }
 
 void DashboardWindow::updateApplications()
@@ -213,7 +214,7 @@ void DashboardWindow::slotAskForUpdateSP()
 void DashboardWindow::slotAbout()
 {
     QMessageBox box(QMessageBox::Information, tr("About %1").arg("Zorvik Dashboard"),
-                    tr("Version %1").arg("3.4.375"), QMessageBox::Ok, this);
+                    tr("Version %1").arg(ZORVIK_VERSION), QMessageBox::Ok, this);
     box.setIconPixmap(QPixmap(":/Icons/images/tokenicon.png").scaled(64, 64));
     ModalSeam::exec(&box);
 }

@@ -6,6 +6,7 @@
 #include "modal_seam.h"
 #include "test_support.h"
 #include "ui_dashboard_window.h"
+#include "zorvik_build.h"
 #include "zorvik_proxy.h"
 
 #include <QMessageBox>
@@ -286,7 +287,7 @@ void TestWindow::removedTabAndHiddenWidgets()
     QCOMPARE(window->form()->tabs->tabText(1), QString("Certificates"));
     QCOMPARE(window->form()->tabs->tabText(2), QString("Key Status"));
     QCOMPARE(window->form()->tabs->tabText(3), QString("Advanced"));
-    QCOMPARE(window->windowTitle(), QString("Zorvik Dashboard version 3.4.375 "));
+    QCOMPARE(window->windowTitle(), QString("Zorvik Dashboard version %1 ").arg(ZORVIK_VERSION));
     QVERIFY(window->form()->proxyImportIEButton->isHidden());
     QVERIFY(window->form()->groupBox_debug->isHidden());
     QVERIFY(window->form()->qvradius_icon->isHidden());
