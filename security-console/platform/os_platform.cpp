@@ -2,7 +2,11 @@
 
 #include <QDir>
 #include <QStandardPaths>
+#include <QFile>
 #include <QtGlobal>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 QString fromEnv(const char* name, const QString& fallback)
@@ -12,6 +16,22 @@ QString fromEnv(const char* name, const QString& fallback)
     while (url.endsWith('/'))
         url.chop(1);
     return url;
+}
+
+// True when `path` is a real directory (not a link) of this user.
+bool isOwnDir(const QString& path)
+{
+    struct stat st {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid();
+}
+
+// `path` as a directory of this user that no one else can enter: created with mode 0700
+// when missing, tightened when it is this user's but looser. False for anyone else's.
+bool makePrivateDir(const QString& path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    ::mkdir(name.constData(), 0700);
+    return isOwnDir(path) && ::chmod(name.constData(), 0700) == 0;
 }
 } // namespace
 
@@ -62,6 +82,19 @@ QString configDir()
     if (base.isEmpty())
         base = QDir::homePath() + "/.config";
     return base + "/zorvik";
+}
+
+QString runtimeDir()
+{
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (QDir::isAbsolutePath(runtime) && isOwnDir(runtime) && makePrivateDir(runtime + "/zorvik"))
+        return runtime + "/zorvik";
+    QString cache = qEnvironmentVariable("XDG_CACHE_HOME");
+    if (!QDir::isAbsolutePath(cache))
+        cache = QDir::homePath() + "/.cache";
+    QDir().mkpath(cache);
+    const QString dir = cache + "/zorvik-runtime";
+    return makePrivateDir(dir) ? dir : QString();
 }
 
 } // namespace OsPlatform
