@@ -1,5 +1,6 @@
 #include "token_status.h"
 
+#include "json_reply.h"
 #include "log.h"
 #include "os_platform.h"
 #include "qvtoken.h"
@@ -13,8 +14,6 @@
 #include <QPointer>
 #include <QUrl>
 #include <QUrlQuery>
-
-#include <json/json.h>
 
 #include <memory>
 
@@ -326,28 +325,29 @@ void TokenStatus::getTokenStatusFromKS_reply()
     const int nul = body.indexOf('\0');
     if (nul >= 0)
         body.truncate(nul);
-    const QString json = QString::fromUtf8(body);
-    log("JSON = " + json);
-    Json::Value root;
-    Json::Reader reader;
-    if (!reader.parse(body.toStdString(), root) || !root.isObject()) {
+    log("JSON = " + QString::fromUtf8(body));
+    // The answer is read member by member with each type checked: an answer of another
+    // shape is a parse failure, never an exception out of this slot.
+    const JsonReply root = JsonReply::parse(body);
+    const bool serviceError = root.boolean("error", true);
+    const bool hasMessage = root.wellFormed() && !serviceError && root.has("message");
+    QString type;
+    QString title;
+    if (hasMessage) {
+        const JsonReply message = root.object("message");
+        type = message.text("type", "UTF-8");
+        message.text("status", "UTF-8");
+        title = message.text("title", "UTF-8");
+    }
+    if (!root.wellFormed()) {
         log("Cannot parse server response");
         emit infoKSCanceled("Cannot parse server response");
-        cleanup();
-        return;
-    }
-    if (!root.isMember("error") || root["error"].asBool()) {
+    } else if (serviceError) {
         log("KS error");
         emit infoKSCanceled("Key service error");
-        cleanup();
-        return;
-    }
-    if (root.isMember("message")) {
-        const Json::Value& message = root["message"];
-        const std::string type = message.get("type", "UTF-8").asString();
-        message.get("status", "UTF-8");
-        keyType = verboseTokenType(QString::fromStdString(type));
-        keyTitle = QString::fromStdString(message.get("title", "UTF-8").asString());
+    } else if (hasMessage) {
+        keyType = verboseTokenType(type);
+        keyTitle = title;
         emit infoKSReady();
     }
     cleanup();
