@@ -59,6 +59,29 @@ bool readFirstKey(KeyStatusRecord* record, QByteArray* atr, bool destroySearch)
 TokenStatus::TokenStatus(QObject* parent) : QThread(parent)
 {
     connect(this, &TokenStatus::beginKSsession, this, &TokenStatus::requestKSTicket);
+    // Queued: finished() is emitted on the worker thread once run() has returned.
+    connect(this, &QThread::finished, this, &TokenStatus::keyReadFinished, Qt::QueuedConnection);
+}
+
+bool TokenStatus::startQuery()
+{
+    if (busy)
+        return false;
+    reading = true;
+    updateBusy();
+    start();
+    return true;
+}
+
+void TokenStatus::keyReadFinished()
+{
+    reading = false;
+    updateBusy();
+}
+
+void TokenStatus::updateBusy()
+{
+    busy = reading || serviceStage;
 }
 
 TokenStatus::~TokenStatus()
@@ -181,7 +204,6 @@ int TokenStatus::getStatusFromToken()
 void TokenStatus::run()
 {
     log("TOKEN INFO runner");
-    busy = true;
     keyTitle.clear();
     authMessage.clear();
     infoStatus = 0;
@@ -210,13 +232,14 @@ void TokenStatus::run()
         emit beginKSsession();
     } else {
         emit infoKSCanceled(QString());
-        busy = false;
     }
     log("END TOKEN INFO");
 }
 
 void TokenStatus::requestKSTicket()
 {
+    serviceStage = true;
+    updateBusy();
     if (!networkManager)
         networkManager = new QNetworkAccessManager;
     QNetworkRequest request(QUrl(OsPlatform::keyServiceUrl() + "/a/get-ticket/"));
@@ -242,8 +265,9 @@ void TokenStatus::requestKSTicket_reply()
     reply->deleteLater();
     if (reply->error() != QNetworkReply::NoError) {
         log(QString("requestKSTicket_reply error %1 %2").arg(reply->error()).arg(reply->errorString()));
-        // busy stays set: the key service could not be reached at all.
         emit infoKSCanceled(QString("Error communicating with Key Services \n%1").arg(reply->errorString()));
+        // The query is over: a later Refresh tries again (once the network or TLS is fixed).
+        cleanup();
         return;
     }
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -370,5 +394,6 @@ void TokenStatus::terminateKSRequest()
 void TokenStatus::cleanup()
 {
     log("TOKEN STATUS FINISHED");
-    busy = false;
+    serviceStage = false;
+    updateBusy();
 }
