@@ -23,7 +23,7 @@ int openFile(const QString& path, int flags)
 // Only a regular file of this user, never one planted by someone else.
 bool isOwnFile(int fd)
 {
-    struct stat st {};
+    struct stat st = {};
     return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::getuid();
 }
 
@@ -92,8 +92,9 @@ bool SharedSegment::attach()
     if (!held)
         return false;
     int fd = openFile(path, 0);
-    struct stat st {};
-    if (fd < 0 || !isOwnFile(fd) || ::fstat(fd, &st) != 0 || st.st_size <= 0 || !map(fd, static_cast<int>(st.st_size))) {
+    struct stat st = {};
+    if (fd < 0 || !isOwnFile(fd) || ::fstat(fd, &st) != 0 || st.st_size <= 0 ||
+        !map(fd, static_cast<int>(st.st_size))) {
         closeFd(fd);
         return false;
     }

@@ -1,8 +1,8 @@
 #include "os_platform.h"
 
 #include <QDir>
-#include <QStandardPaths>
 #include <QFile>
+#include <QStandardPaths>
 #include <QtGlobal>
 
 #include <sys/stat.h>
@@ -21,7 +21,7 @@ QString fromEnv(const char* name, const QString& fallback)
 // True when `path` is a real directory (not a link) of this user.
 bool isOwnDir(const QString& path)
 {
-    struct stat st {};
+    struct stat st = {};
     return ::lstat(QFile::encodeName(path).constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid();
 }
 

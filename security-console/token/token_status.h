@@ -67,7 +67,7 @@ private:
     void keyReadFinished();
     void updateBusy();
 
-    bool reading = false; // the key-reading thread of a query has not ended yet
+    bool reading = false;      // the key-reading thread of a query has not ended yet
     bool serviceStage = false; // the key-service stage of a query is under way
 };
 

@@ -408,7 +408,7 @@ void TestStartup::channelInUsersOwnDirectory()
     QVERIFY(!a.has("instance found"));
     const QFileInfo dir(home->path() + "/" + channelDir);
     QVERIFY(dir.isDir());
-    struct stat st {};
+    struct stat st = {};
     QCOMPARE(::stat(QFile::encodeName(dir.filePath()).constData(), &st), 0);
     QCOMPARE(st.st_mode & 0777, 0700u);
     QVERIFY(QFileInfo::exists(dir.filePath() + "/zorvikdashboard"));

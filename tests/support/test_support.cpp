@@ -34,7 +34,8 @@ QProcessEnvironment TestHome::environment() const
 void TestHome::apply() const
 {
     const QProcessEnvironment env = environment();
-    for (const char* key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR", "XDG_RUNTIME_DIR"})
+    for (const char* key :
+         {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR", "XDG_RUNTIME_DIR"})
         qputenv(key, env.value(key).toLocal8Bit());
 }
 
