@@ -114,11 +114,11 @@ def peak_rss_kib(pid):
 
 
 def private_env(display, tmp):
-    """An environment of our own: logs, config, temp dir (and so the single-instance
-    channel) under `tmp`, nothing of the user's."""
+    """An environment of our own: logs, config, temp and run-time dirs (and so the
+    single-instance channel) under `tmp`, nothing of the user's."""
     env = dict(os.environ)
-    for sub in ("logs", "syslogs", "config", "tmp"):
-        os.makedirs(os.path.join(tmp, sub), exist_ok=True)
+    for sub in ("logs", "syslogs", "config", "tmp", "runtime"):
+        os.makedirs(os.path.join(tmp, sub), mode=0o700, exist_ok=True)
     env.update({
         "DISPLAY": display,
         "QT_QPA_PLATFORM": "xcb",
@@ -126,6 +126,7 @@ def private_env(display, tmp):
         "ZORVIK_SYSTEM_LOG_DIR": os.path.join(tmp, "syslogs"),
         "XDG_CONFIG_HOME": os.path.join(tmp, "config"),
         "TMPDIR": os.path.join(tmp, "tmp"),
+        "XDG_RUNTIME_DIR": os.path.join(tmp, "runtime"),
     })
     return env
 

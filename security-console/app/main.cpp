@@ -1,9 +1,12 @@
 #include "dashboard_gui.h"
 #include "log.h"
+#include "worker_threads.h"
 
 #include <QDir>
 #include <QStyle>
 
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 
 int main(int argc, char** argv)
@@ -49,5 +52,11 @@ int main(int argc, char** argv)
         result = 1;
     }
     delete app;
+    // A worker that did not stop at quit is still running: end before the static
+    // destructors of the libraries it uses.
+    if (WorkerThreads::anyLeftRunning()) {
+        std::fflush(nullptr);
+        std::_Exit(result);
+    }
     return result;
 }

@@ -36,11 +36,11 @@ bool SingleApplication::isAppRunning()
     // sees whether the owner is still alive.
     if (sharedMemory.isAttached())
         sharedMemory.detach();
-    if (sharedMemory.attach(QSharedMemory::ReadWrite)) {
+    if (sharedMemory.attach()) {
         // A segment left by a crashed process goes away with its last user, so only a
         // segment that a live process holds survives this detach and second attach.
         sharedMemory.detach();
-        if (sharedMemory.attach(QSharedMemory::ReadWrite)) {
+        if (sharedMemory.attach()) {
             // A command the owner has not read yet (an "exit" on its way) is left alone.
             sharedMemory.lock();
             const bool idle = static_cast<const char*>(sharedMemory.constData())[0] == '\0';
@@ -52,13 +52,9 @@ bool SingleApplication::isAppRunning()
         }
     }
     Log::print(Log::DEBUG, QString("shared memory segment '%1' not found").arg(memoryName()));
-    if (!sharedMemory.create(segmentSize, QSharedMemory::ReadWrite)) {
+    if (!sharedMemory.create(segmentSize)) {
         Log::print(Log::DEBUG, tr("Unable to create shared memory segment."));
         return false;
-    }
-    if (sharedMemory.lock()) {
-        std::memset(sharedMemory.data(), 0, segmentSize);
-        sharedMemory.unlock();
     }
     if (!read_timer) {
         read_timer = new QTimer(this);
@@ -72,7 +68,7 @@ bool SingleApplication::isAppRunning()
 
 void SingleApplication::sendCommand(const char* command)
 {
-    if (!sharedMemory.isAttached() && !sharedMemory.attach(QSharedMemory::ReadWrite)) {
+    if (!sharedMemory.isAttached() && !sharedMemory.attach()) {
         Log::print(Log::DEBUG,
                    QString("Cannot send command '%1' shared memory segment '%2' not found").arg(command, memoryName()));
         return;
@@ -85,7 +81,7 @@ void SingleApplication::sendCommand(const char* command)
 
 void SingleApplication::readCommand()
 {
-    if (!sharedMemory.isAttached() && !sharedMemory.attach(QSharedMemory::ReadWrite)) {
+    if (!sharedMemory.isAttached() && !sharedMemory.attach()) {
         Log::print(Log::DEBUG, QString("Cannot read command from shared memory segment '%1' ").arg(memoryName()));
         return;
     }

@@ -1,12 +1,14 @@
 #pragma once
 
+#include "shared_segment.h"
+
 #include <QApplication>
-#include <QSharedMemory>
 
 class QTimer;
 
 // One instance per user: the first process creates the 20-byte segment "zorvikdashboard"
-// and polls it every 100 ms for a command ("raise" or "exit") written by a later start.
+// (in the user's own run-time directory) and polls it every 100 ms for a command ("raise"
+// or "exit") written by a later start.
 class SingleApplication : public QApplication
 {
     Q_OBJECT
@@ -32,6 +34,6 @@ public slots:
     void readCommand();
 
 private:
-    QSharedMemory sharedMemory;
+    SharedSegment sharedMemory;
     QTimer* read_timer = nullptr;
 };

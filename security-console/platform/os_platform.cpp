@@ -4,9 +4,13 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <QtGlobal>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 QString fromEnv(const char* name, const QString& fallback)
@@ -26,6 +30,22 @@ QString besideProgram(const char* installed, const char* built)
         return installedPath;
     const QString builtPath = QDir::cleanPath(dir.absoluteFilePath(built));
     return QFileInfo::exists(builtPath) ? builtPath : installedPath;
+}
+
+// True when `path` is a real directory (not a link) of this user.
+bool isOwnDir(const QString& path)
+{
+    struct stat st = {};
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::getuid();
+}
+
+// `path` as a directory of this user that no one else can enter: created with mode 0700
+// when missing, tightened when it is this user's but looser. False for anyone else's.
+bool makePrivateDir(const QString& path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    ::mkdir(name.constData(), 0700);
+    return isOwnDir(path) && ::chmod(name.constData(), 0700) == 0;
 }
 } // namespace
 
@@ -91,6 +111,19 @@ QString upgradeScriptPath()
 QString translationsDir()
 {
     return besideProgram(ZORVIK_INSTALLED_TRANSLATIONS, ZORVIK_BUILT_TRANSLATIONS);
+}
+
+QString runtimeDir()
+{
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    if (QDir::isAbsolutePath(runtime) && isOwnDir(runtime) && makePrivateDir(runtime + "/zorvik"))
+        return runtime + "/zorvik";
+    QString cache = qEnvironmentVariable("XDG_CACHE_HOME");
+    if (!QDir::isAbsolutePath(cache))
+        cache = QDir::homePath() + "/.cache";
+    QDir().mkpath(cache);
+    const QString dir = cache + "/zorvik-runtime";
+    return makePrivateDir(dir) ? dir : QString();
 }
 
 } // namespace OsPlatform

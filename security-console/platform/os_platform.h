@@ -39,4 +39,10 @@ QString upgradeScriptPath();
 // The compiled translations (zorvik-dashboard_<locale>.qm).
 QString translationsDir();
 
+// A directory only this user can reach, for the program's run-time files (the
+// single-instance channel): "zorvik" in $XDG_RUNTIME_DIR when that is a directory of the
+// user's own, else $XDG_CACHE_HOME (~/.cache)/zorvik-runtime. Created with mode 0700; an
+// empty text when no such directory can be had (one that another user owns is never used).
+QString runtimeDir();
+
 } // namespace OsPlatform

@@ -1,5 +1,6 @@
 #include "token_status.h"
 
+#include "json_reply.h"
 #include "log.h"
 #include "os_platform.h"
 #include "qvtoken.h"
@@ -13,8 +14,6 @@
 #include <QPointer>
 #include <QUrl>
 #include <QUrlQuery>
-
-#include <json/json.h>
 
 #include <memory>
 
@@ -60,6 +59,29 @@ bool readFirstKey(KeyStatusRecord* record, QByteArray* atr, bool destroySearch)
 TokenStatus::TokenStatus(QObject* parent) : QThread(parent)
 {
     connect(this, &TokenStatus::beginKSsession, this, &TokenStatus::requestKSTicket);
+    // Queued: finished() is emitted on the worker thread once run() has returned.
+    connect(this, &QThread::finished, this, &TokenStatus::keyReadFinished, Qt::QueuedConnection);
+}
+
+bool TokenStatus::startQuery()
+{
+    if (busy)
+        return false;
+    reading = true;
+    updateBusy();
+    start();
+    return true;
+}
+
+void TokenStatus::keyReadFinished()
+{
+    reading = false;
+    updateBusy();
+}
+
+void TokenStatus::updateBusy()
+{
+    busy = reading || serviceStage;
 }
 
 TokenStatus::~TokenStatus()
@@ -182,7 +204,6 @@ int TokenStatus::getStatusFromToken()
 void TokenStatus::run()
 {
     log("TOKEN INFO runner");
-    busy = true;
     keyTitle.clear();
     authMessage.clear();
     infoStatus = 0;
@@ -211,13 +232,14 @@ void TokenStatus::run()
         emit beginKSsession();
     } else {
         emit infoKSCanceled(QString());
-        busy = false;
     }
     log("END TOKEN INFO");
 }
 
 void TokenStatus::requestKSTicket()
 {
+    serviceStage = true;
+    updateBusy();
     if (!networkManager)
         networkManager = new QNetworkAccessManager;
     QNetworkRequest request(QUrl(OsPlatform::keyServiceUrl() + "/a/get-ticket/"));
@@ -243,8 +265,9 @@ void TokenStatus::requestKSTicket_reply()
     reply->deleteLater();
     if (reply->error() != QNetworkReply::NoError) {
         log(QString("requestKSTicket_reply error %1 %2").arg(reply->error()).arg(reply->errorString()));
-        // busy stays set: the key service could not be reached at all.
         emit infoKSCanceled(QString("Error communicating with Key Services \n%1").arg(reply->errorString()));
+        // The query is over: a later Refresh tries again (once the network or TLS is fixed).
+        cleanup();
         return;
     }
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -326,28 +349,29 @@ void TokenStatus::getTokenStatusFromKS_reply()
     const int nul = body.indexOf('\0');
     if (nul >= 0)
         body.truncate(nul);
-    const QString json = QString::fromUtf8(body);
-    log("JSON = " + json);
-    Json::Value root;
-    Json::Reader reader;
-    if (!reader.parse(body.toStdString(), root) || !root.isObject()) {
+    log("JSON = " + QString::fromUtf8(body));
+    // The answer is read member by member with each type checked: an answer of another
+    // shape is a parse failure, never an exception out of this slot.
+    const JsonReply root = JsonReply::parse(body);
+    const bool serviceError = root.boolean("error", true);
+    const bool hasMessage = root.wellFormed() && !serviceError && root.has("message");
+    QString type;
+    QString title;
+    if (hasMessage) {
+        const JsonReply message = root.object("message");
+        type = message.text("type", "UTF-8");
+        message.text("status", "UTF-8");
+        title = message.text("title", "UTF-8");
+    }
+    if (!root.wellFormed()) {
         log("Cannot parse server response");
         emit infoKSCanceled("Cannot parse server response");
-        cleanup();
-        return;
-    }
-    if (!root.isMember("error") || root["error"].asBool()) {
+    } else if (serviceError) {
         log("KS error");
         emit infoKSCanceled("Key service error");
-        cleanup();
-        return;
-    }
-    if (root.isMember("message")) {
-        const Json::Value& message = root["message"];
-        const std::string type = message.get("type", "UTF-8").asString();
-        message.get("status", "UTF-8");
-        keyType = verboseTokenType(QString::fromStdString(type));
-        keyTitle = QString::fromStdString(message.get("title", "UTF-8").asString());
+    } else if (hasMessage) {
+        keyType = verboseTokenType(type);
+        keyTitle = title;
         emit infoKSReady();
     }
     cleanup();
@@ -370,5 +394,6 @@ void TokenStatus::terminateKSRequest()
 void TokenStatus::cleanup()
 {
     log("TOKEN STATUS FINISHED");
-    busy = false;
+    serviceStage = false;
+    updateBusy();
 }

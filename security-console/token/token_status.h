@@ -31,6 +31,12 @@ public:
     void* guiInstance = nullptr;
     QString ticket;
 
+    // Starts a status query; false (and nothing started) while one is in progress. `busy`
+    // is read and written on this object's own thread (the GUI thread) only: it is set here
+    // and cleared once the key-reading thread has ended and no key-service stage follows,
+    // or when the key-service stage ends.
+    bool startQuery();
+
     QString strTokenStatus();
     static QString strNetworkType(int type);
     static QString verboseTokenType(QString type);
@@ -56,6 +62,13 @@ public slots:
 
 protected:
     void run() override;
+
+private:
+    void keyReadFinished();
+    void updateBusy();
+
+    bool reading = false;      // the key-reading thread of a query has not ended yet
+    bool serviceStage = false; // the key-service stage of a query is under way
 };
 
 void tiket_authorization_callback(int code, const char* text, void* context);

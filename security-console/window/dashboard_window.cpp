@@ -16,6 +16,7 @@
 #include "single_application.h"
 #include "sp_components.h"
 #include "ticket_sender.h"
+#include "worker_threads.h"
 #include "zorvik_build.h"
 
 #include <QApplication>
@@ -44,6 +45,9 @@ const TrayImages kReaderImages{":/Icons/images/tokenicon-orange.png", ":/Icons/i
 const TrayImages kErrorImages{":/Icons/images/tokenicon-red.png", ":/Icons/images/tokenicon-red-update.png"};
 const TrayImages kNothingImages{":/Icons/images/tokenicon-bw.png", ":/Icons/images/tokenicon-bw-update.png"};
 
+// How long quitting waits, in all, for the workers that are still running.
+const int kWorkerStopMs = 5000;
+
 const char* const kNoKeyHint =
     QT_TRANSLATE_NOOP("DashboardWindow", "Please present Vantrel to access the available security certificates.");
 
@@ -57,7 +61,7 @@ QString appMessage(const char* text)
 
 DashboardWindow::DashboardWindow(QWidget* parent)
     : QMainWindow(parent), ui(new Ui::DashboardWindow), ticketSender(new TicketSender(this)),
-      installer(new ApplicationInstaller), logManager(new LogManager(this))
+      installer(new ApplicationInstaller), logManager(new LogManager(this)), tokenStatus(new TokenStatus)
 {
     Log::print(Log::DEBUG, "DashboardWindow begin init");
     restartRequested = false;
@@ -151,9 +155,9 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     for (QLabel* label : {ui->import_cert_icon, ui->labelCryptokiStatus, ui->import_cert})
         connect(label, &QLabel::linkActivated, this, &DashboardWindow::slotAddCertificate);
     connect(ui->refresh_cert, &QLabel::linkActivated, this, &DashboardWindow::updateCertificates);
-    connect(&tokenStatus, &TokenStatus::infoSCReady, this, &DashboardWindow::infoSCReady);
-    connect(&tokenStatus, &TokenStatus::infoKSReady, this, &DashboardWindow::infoKSReady);
-    connect(&tokenStatus, &TokenStatus::infoKSCanceled, this, &DashboardWindow::infoKSCanceled);
+    connect(tokenStatus, &TokenStatus::infoSCReady, this, &DashboardWindow::infoSCReady);
+    connect(tokenStatus, &TokenStatus::infoKSReady, this, &DashboardWindow::infoKSReady);
+    connect(tokenStatus, &TokenStatus::infoKSCanceled, this, &DashboardWindow::infoKSCanceled);
     for (QLabel* label : {ui->tokenStatus_refresh_icon, ui->tokenStatus_refresh})
         connect(label, &QLabel::linkActivated, this, &DashboardWindow::updateTokenInfo);
 
@@ -184,7 +188,7 @@ DashboardWindow::DashboardWindow(QWidget* parent)
         w->setVisible(false);
     readAndApplyProxy();
     for (QWidget* w :
-         std::initializer_list<QWidget*>{ui->proxyImportIEButton, ui->groupBox_3, ui->groupBox_debug, ui->groupBox_2})
+         std::initializer_list<QWidget*>{ui->proxyImportIEButton, ui->groupBox_3, ui->groupBox_debug})
         w->setVisible(false);
     settings = new QSettings("Zorvik", "Dashboard", this);
     ui->showAllPKCSCheckBox->setChecked(settings->value("showAllPKCS", false).toBool());
@@ -212,10 +216,17 @@ DashboardWindow::DashboardWindow(QWidget* parent)
 
 DashboardWindow::~DashboardWindow()
 {
-    // The workers' threads end before the objects they report to.
-    for (QThread* thread : std::initializer_list<QThread*>{logManager, checkUpdates, components, ticketSender})
-        thread->wait();
-    delete dashboardTokenInfo;
+    // The workers' threads end before the objects they report to. Quitting never waits
+    // without limit: together they get kWorkerStopMs, and one still running then (a slow key,
+    // a stalled network exchange) is let go instead of waited for.
+    const QDeadlineTimer deadline(kWorkerStopMs);
+    for (QThread* thread : std::initializer_list<QThread*>{logManager, checkUpdates, components, ticketSender,
+                                                           cryptokiStorage, dashboardTokenInfo})
+        WorkerThreads::stop(thread, deadline);
+    if (WorkerThreads::stop(tokenStatus, deadline))
+        delete tokenStatus;
+    if (dashboardTokenInfo->parent() == this)
+        delete dashboardTokenInfo;
     dashboardTokenInfo = nullptr;
     delete installer;
     delete ui;
@@ -243,11 +254,13 @@ void DashboardWindow::updateTrayIcon()
             tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: No token found"));
         }
     } else {
+        // "Restart is required" gets the product name too although it has no place for it
+        // (Qt warns "Argument missing"); kept so.
         const QString text =
             updateAvailable
                 ? appMessage(QT_TRANSLATE_NOOP("Application messages", "New version of %1 is available for download."))
                       .arg(kProduct)
-                : appMessage(QT_TRANSLATE_NOOP("Application messages", "Restart is required"));
+                : appMessage(QT_TRANSLATE_NOOP("Application messages", "Restart is required")).arg(kProduct);
         if (tokenPresent) {
             images = &kKeyImages;
             tip = appMessage(QT_TRANSLATE_NOOP("Application messages", "Zorvik: Key available\n%1")).arg(text);
@@ -310,7 +323,6 @@ void DashboardWindow::commonNoKeySteps(bool withHintAndSignal)
 {
     updateTrayIcon();
     ui->stackedWidget->setCurrentIndex(0);
-    ui->labelCryptokiStatus->setText(tr(kNoKeyHint));
     certificateCount = 0;
     haveCertificateList = false;
     ui->stackedWidget->unsetCursor();
@@ -437,7 +449,7 @@ void DashboardWindow::showWindow()
 void DashboardWindow::slotTabChanged(int index)
 {
     if (currentTab == KeyStatusTab)
-        tokenStatus.terminateKSRequest();
+        tokenStatus->terminateKSRequest();
     currentTab = index;
     switch (ui->tabs->currentIndex()) {
     case SolutionsTab:
@@ -463,7 +475,7 @@ void DashboardWindow::closeEvent(QCloseEvent* event)
 {
     Log::print(Log::DEBUG, "Close Event+");
     if (ui->tabs->currentIndex() == KeyStatusTab)
-        tokenStatus.terminateKSRequest();
+        tokenStatus->terminateKSRequest();
     QMainWindow::closeEvent(event);
     Log::print(Log::DEBUG, "Close Event end");
 }
@@ -521,11 +533,13 @@ void DashboardWindow::slotMovieError(QImageReader::ImageReaderError error)
 
 void DashboardWindow::slotOpenCertificates()
 {
+    // Shown first: a listing is only asked for while the window is on screen, and from the
+    // tray the window is usually hidden.
+    showWindow();
     if (ui->tabs->currentIndex() != CertificatesTab)
         ui->tabs->setCurrentIndex(CertificatesTab);
     else
         updateCertificates();
-    showWindow();
 }
 
 void DashboardWindow::slotOpenTokenInfo()

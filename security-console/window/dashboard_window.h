@@ -50,7 +50,7 @@ public:
     Ui::DashboardWindow* form() const { return ui; }
     QSystemTrayIcon* trayIcon() const { return tray; }
     QString trayIconName() const { return currentTrayIcon; }
-    TokenStatus& tokenStatusWorker() { return tokenStatus; }
+    TokenStatus& tokenStatusWorker() { return *tokenStatus; }
     CryptokiStorage* certificateStorage() const { return cryptokiStorage; }
     DashboardTokenInfo* tokenInfo() const { return dashboardTokenInfo; }
     const QList<CryptokiStorageItem>& certificateList() const { return certificateItems; }
@@ -161,7 +161,8 @@ private:
     TicketSender* ticketSender = nullptr;
     ApplicationInstaller* installer = nullptr;
     LogManager* logManager = nullptr;
-    TokenStatus tokenStatus;
+    // Not a Qt child: a query still reading the key at quit is let go rather than destroyed.
+    TokenStatus* tokenStatus = nullptr;
     CryptokiStorage* cryptokiStorage = nullptr;
     QMenu* trayMenu = nullptr;
     QMenu* helpMenu = nullptr;

@@ -4,6 +4,8 @@
 #include "dashboard_token_info.h"
 #include "dashboard_window.h"
 #include "modal_seam.h"
+#include "softhsm_token.h"
+#include "test_credential.h"
 #include "test_support.h"
 #include "ui_dashboard_window.h"
 
@@ -31,6 +33,8 @@ private slots:
     void readerKeyAndRemoval();
     void keyInVirtualReaderCounts();
     void serviceStopsAndRecovers();
+    void trayCertificatesWhileHidden_data();
+    void trayCertificatesWhileHidden();
 
 private:
     int serviceBoxes() const;
@@ -140,6 +144,42 @@ void TestWindowBench::serviceStopsAndRecovers()
     QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
     QVERIFY(home.readLog().contains("SmartCard Interface Recovered from Error"));
     QCOMPARE(serviceBoxes(), 1);
+}
+
+// The tray menu's "Certificates" while the window is in the tray lists what is on the key
+// now, whether the program started in the tray or the window was closed to it.
+void TestWindowBench::trayCertificatesWhileHidden_data()
+{
+    QTest::addColumn<bool>("shownBefore");
+    QTest::newRow("started in the tray") << false;
+    QTest::newRow("closed to the tray on the Certificates tab") << true;
+}
+
+void TestWindowBench::trayCertificatesWhileHidden()
+{
+    QFETCH(bool, shownBefore);
+    SoftHsmToken token;
+    QVERIFY2(token.isValid(), qPrintable(token.errorText()));
+    token.apply(false);
+    bench = std::make_unique<Bench>();
+    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    QVERIFY2(bench->insert(0), qPrintable(bench->errorText()));
+    window = std::make_unique<DashboardWindow>();
+    QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, kRound);
+    if (shownBefore) {
+        window->show();
+        window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
+        QTRY_VERIFY_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex() != 1, 30000);
+        window->close();
+    }
+    // Put on the key while the window is away: only a fresh listing shows it.
+    QVERIFY(!token.load(TestCredential::make("Tray Listing")).isEmpty());
+
+    window->form()->actionOpenCertificates->trigger();
+    QVERIFY(window->isVisible());
+    QCOMPARE(window->form()->tabs->currentIndex(), int(DashboardWindow::CertificatesTab));
+    QTRY_COMPARE_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex(), 2, 30000);
+    QVERIFY(window->findChild<QLabel*>("certNameLabel0")->text().contains("Tray Listing"));
 }
 
 QTEST_MAIN(TestWindowBench)

@@ -3,6 +3,7 @@
 //
 // Every test has its own temporary directory, which gives it its own single-instance
 // channel; each process gets its own log directory so its lines can be told apart.
+#include "shared_segment.h"
 #include "shell_common.h"
 #include "test_support.h"
 
@@ -10,6 +11,9 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QSharedMemory>
+
+#include <sys/stat.h>
+#include <unistd.h>
 #include <QTest>
 
 #include <csignal>
@@ -103,6 +107,8 @@ private slots:
     void exitOnlyAsFirstArgument();
     void crashedInstanceDoesNotBlock();
     void unreadCommandIsOverwritten();
+    void channelInUsersOwnDirectory_data();
+    void channelInUsersOwnDirectory();
 
     // Starting in the tray.
     void trayStart_data();
@@ -341,11 +347,11 @@ void TestStartup::unreadCommandIsOverwritten()
     // Two commands written before the instance polls, as two quick starts would write them:
     // the later overwrites the earlier from byte 0, so "exit" over "raise" reads "exite".
     {
-        const QByteArray oldTmp = qgetenv("TMPDIR");
-        qputenv("TMPDIR", home->environment().value("TMPDIR").toLocal8Bit());
-        QSharedMemory segment("zorvikdashboard");
-        qputenv("TMPDIR", oldTmp);
-        QVERIFY2(segment.attach(), qPrintable(segment.errorString()));
+        const QByteArray oldRuntime = qgetenv("XDG_RUNTIME_DIR");
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home->runtimeDir()));
+        SharedSegment segment("zorvikdashboard");
+        qputenv("XDG_RUNTIME_DIR", oldRuntime);
+        QVERIFY(segment.attach());
         QCOMPARE(segment.size(), 20);
         QVERIFY(segment.lock());
         std::memcpy(segment.data(), "raise", 5);
@@ -363,6 +369,56 @@ void TestStartup::unreadCommandIsOverwritten()
     QVERIFY(b.endsWith(1));
     QVERIFY(a.waitFor("Rise command"));
     QVERIFY(stopWith(0));
+    QVERIFY(a.endsWith(0));
+}
+
+void TestStartup::channelInUsersOwnDirectory_data()
+{
+    QTest::addColumn<bool>("runtimeDir");
+    QTest::addColumn<bool>("foreignZorvikDir");
+    QTest::addColumn<QString>("channelDir");
+    QTest::newRow("run-time directory") << true << false << "runtime/zorvik";
+    QTest::newRow("no run-time directory") << false << false << "cache/zorvik-runtime";
+    QTest::newRow("another user's directory") << true << true << "cache/zorvik-runtime";
+}
+
+void TestStartup::channelInUsersOwnDirectory()
+{
+    QFETCH(bool, runtimeDir);
+    QFETCH(bool, foreignZorvikDir);
+    QFETCH(QString, channelDir);
+    if (foreignZorvikDir) {
+        QVERIFY(QDir(home->runtimeDir()).mkdir("zorvik"));
+        if (::chown(QFile::encodeName(home->runtimeDir() + "/zorvik").constData(), 65534, 65534) != 0)
+            QSKIP("needs root to plant another user's directory");
+    }
+    // What another user could plant in the shared temporary directory: the segment of the
+    // old place, held by a live process. It must not count as a running instance.
+    const QByteArray oldTmp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", home->environment().value("TMPDIR").toLocal8Bit());
+    QSharedMemory planted("zorvikdashboard");
+    qputenv("TMPDIR", oldTmp);
+    QVERIFY(planted.create(20));
+
+    QProcessEnvironment env;
+    env.insert("XDG_RUNTIME_DIR", runtimeDir ? home->runtimeDir() : QString());
+    env.insert("XDG_CACHE_HOME", home->path() + "/cache");
+    Dashboard& a = start({}, ZORVIK_DASHBOARD_EXE, env);
+    QVERIFY(a.waitFor("DashboardWindow end init"));
+    QVERIFY(!a.has("instance found"));
+    const QFileInfo dir(home->path() + "/" + channelDir);
+    QVERIFY(dir.isDir());
+    struct stat st = {};
+    QCOMPARE(::stat(QFile::encodeName(dir.filePath()).constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0777, 0700u);
+    QVERIFY(QFileInfo::exists(dir.filePath() + "/zorvikdashboard"));
+
+    // The channel works: a second start hands over to the first, "--exit" ends it.
+    Dashboard& b = start({}, ZORVIK_DASHBOARD_EXE, env);
+    QVERIFY(b.endsWith(1));
+    QVERIFY(a.waitFor("Rise command"));
+    Dashboard& stopper = start({"--exit"}, ZORVIK_DASHBOARD_EXE, env);
+    QVERIFY(stopper.endsWith(0));
     QVERIFY(a.endsWith(0));
 }
 

@@ -11,6 +11,8 @@ TestHome::TestHome()
     QDir(dir.path()).mkpath("tmp");
     QDir(dir.path()).mkpath("config");
     QDir(dir.path()).mkpath("home");
+    QDir(dir.path()).mkpath("runtime");
+    QFile::setPermissions(dir.path() + "/runtime", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 QProcessEnvironment TestHome::environment() const
@@ -20,9 +22,10 @@ QProcessEnvironment TestHome::environment() const
     env.insert("ZORVIK_SYSTEM_LOG_DIR", systemLogDir());
     env.insert("XDG_CONFIG_HOME", dir.path() + "/config");
     env.insert("HOME", dir.path() + "/home");
-    // QSharedMemory derives its native key from the temporary directory, so a private
-    // TMPDIR gives the test its own single-instance channel.
     env.insert("TMPDIR", dir.path() + "/tmp");
+    // The single-instance channel lives in the user's run-time directory: a private one
+    // gives the test its own.
+    env.insert("XDG_RUNTIME_DIR", runtimeDir());
     if (!env.contains("QT_QPA_PLATFORM"))
         env.insert("QT_QPA_PLATFORM", "offscreen");
     return env;
@@ -31,7 +34,8 @@ QProcessEnvironment TestHome::environment() const
 void TestHome::apply() const
 {
     const QProcessEnvironment env = environment();
-    for (const char* key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR"})
+    for (const char* key :
+         {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR", "XDG_RUNTIME_DIR"})
         qputenv(key, env.value(key).toLocal8Bit());
 }
 

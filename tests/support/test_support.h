@@ -17,6 +17,7 @@ public:
     QString logDir() const { return dir.path() + "/logs"; }
     QString systemLogDir() const { return dir.path() + "/syslogs"; }
     QString userLog() const { return logDir() + "/dashboard.log"; }
+    QString runtimeDir() const { return dir.path() + "/runtime"; }
     // The environment for a child process (and, with apply(), for this process).
     QProcessEnvironment environment() const;
     void apply() const;
