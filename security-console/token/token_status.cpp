@@ -266,8 +266,8 @@ void TokenStatus::requestKSTicket_reply()
     if (reply->error() != QNetworkReply::NoError) {
         log(QString("requestKSTicket_reply error %1 %2").arg(reply->error()).arg(reply->errorString()));
         emit infoKSCanceled(QString("Error communicating with Key Services \n%1").arg(reply->errorString()));
-        // The query is over: a later Refresh tries again (once the network or TLS is fixed).
-        cleanup();
+        // Deliberately no cleanup(): `busy` stays set after a transport failure, and later
+        // refreshes only log that a query is already active.
         return;
     }
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();

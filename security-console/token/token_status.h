@@ -34,7 +34,8 @@ public:
     // Starts a status query; false (and nothing started) while one is in progress. `busy`
     // is read and written on this object's own thread (the GUI thread) only: it is set here
     // and cleared once the key-reading thread has ended and no key-service stage follows,
-    // or when the key-service stage ends.
+    // or when the key-service stage ends (except after a transport failure of the ticket
+    // request, which leaves it set on purpose).
     bool startQuery();
 
     QString strTokenStatus();
