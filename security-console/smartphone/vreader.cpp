@@ -83,7 +83,8 @@ std::vector<VReader*> VReader::getReaders()
         logLine("Error in SCardEstablishContext: %x", hex(rv));
         return found;
     }
-    std::shared_ptr<void> owner(reinterpret_cast<void*>(1), [ctx](void*) { SCardReleaseContext(ctx); });
+    // The readers found share the context; the last one to go releases it.
+    std::shared_ptr<void> owner(nullptr, [ctx](void*) { SCardReleaseContext(ctx); });
 
     DWORD size = 0;
     rv = SCardListReaders(ctx, nullptr, nullptr, &size);
