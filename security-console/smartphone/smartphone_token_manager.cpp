@@ -12,7 +12,8 @@ namespace {
 
 constexpr int kQrSize = 200;
 
-struct QrCodeDeleter {
+struct QrCodeDeleter
+{
     void operator()(QRcode* code) const { QRcode_free(code); }
 };
 

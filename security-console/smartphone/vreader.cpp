@@ -233,6 +233,12 @@ LONG VReader::waitStatusChange(unsigned timeout)
     return rv;
 }
 
+LONG VReader::sendPlain(unsigned code)
+{
+    std::string out;
+    return sendCommand(code, std::string(), out);
+}
+
 LONG VReader::sendValue(unsigned code, unsigned value)
 {
     std::string out;
@@ -250,8 +256,7 @@ LONG VReader::readFlag(unsigned code, bool& flag)
 
 LONG VReader::stopPairing()
 {
-    std::string out;
-    return sendCommand(kStopPairing, std::string(), out);
+    return sendPlain(kStopPairing);
 }
 
 LONG VReader::isPairingEnabled(bool& enabled)
@@ -266,8 +271,7 @@ LONG VReader::enableDiscovery(unsigned value)
 
 LONG VReader::disableDiscovery()
 {
-    std::string out;
-    return sendCommand(kDisableDiscovery, std::string(), out);
+    return sendPlain(kDisableDiscovery);
 }
 
 LONG VReader::isDiscoveryEnabled(bool& enabled)
@@ -311,8 +315,7 @@ LONG VReader::startDHPairing(unsigned value)
 
 LONG VReader::eject()
 {
-    std::string out;
-    return sendCommand(kEject, std::string(), out);
+    return sendPlain(kEject);
 }
 
 LONG VReader::getDeviceName(std::string& deviceName, std::string& model)

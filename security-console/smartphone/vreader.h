@@ -57,6 +57,7 @@ public:
 private:
     LONG connect();
     LONG reconnect();
+    LONG sendPlain(unsigned code);
     LONG sendValue(unsigned code, unsigned value);
     LONG readFlag(unsigned code, bool& flag);
 

@@ -63,7 +63,8 @@ enum { PAIRING_NONE = 0, PAIRING_IN_PROGRESS = 1, PAIRING_READY = 2 };
 /* The "fail once" blip: the card looks absent to exactly one presence poll of pcscd. */
 enum { BLIP_NONE = 0, BLIP_PENDING = 1, BLIP_REPORTED = 2 };
 
-struct reader {
+struct reader
+{
     int used;
     pthread_mutex_t lock;
     pthread_cond_t cond;
@@ -433,9 +434,9 @@ static void state_json(struct reader* r, char* out, size_t size)
     snprintf(out, size,
              "ok {\"present\":%s,\"connected\":%s,\"ejected\":%s,\"discovery\":%s,\"discovery_value\":%u,"
              "\"pairing_state\":%d,\"pairing_value\":%u,\"paired\":%s,\"approved_code\":%u,\"name\":",
-             card_present(r) ? "true" : "false", r->card_fd >= 0 ? "true" : "false",
-             r->ejected ? "true" : "false", r->discovery ? "true" : "false", r->discovery_value,
-             r->pairing_state, r->pairing_value, r->paired ? "true" : "false", r->approved_code);
+             card_present(r) ? "true" : "false", r->card_fd >= 0 ? "true" : "false", r->ejected ? "true" : "false",
+             r->discovery ? "true" : "false", r->discovery_value, r->pairing_state, r->pairing_value,
+             r->paired ? "true" : "false", r->approved_code);
     json_string(out, size, r->name);
     strncat(out, ",\"model\":", size - strlen(out) - 1);
     json_string(out, size, r->model);
@@ -460,7 +461,7 @@ static void phone_command(struct reader* r, char* line, char* answer, size_t siz
 {
     char* words[5] = {0};
     int n = 0;
-    for (char* save = NULL, *w = strtok_r(line, " \r\n", &save); w && n < 5; w = strtok_r(NULL, " \r\n", &save))
+    for (char *save = NULL, *w = strtok_r(line, " \r\n", &save); w && n < 5; w = strtok_r(NULL, " \r\n", &save))
         words[n++] = w;
     const char* cmd = n > 0 ? words[0] : "";
 
@@ -938,8 +939,7 @@ RESPONSECODE IFDHControl(DWORD Lun, DWORD dwControlCode, PUCHAR TxBuffer, DWORD 
         return IFD_NO_SUCH_DEVICE;
     pthread_mutex_lock(&r->lock);
     record_call(r, dwControlCode, TxBuffer, TxLength);
-    const RESPONSECODE rc = phone_control(r, dwControlCode, TxBuffer, TxLength, RxBuffer, RxLength,
-                                          pdwBytesReturned);
+    const RESPONSECODE rc = phone_control(r, dwControlCode, TxBuffer, TxLength, RxBuffer, RxLength, pdwBytesReturned);
     if (rc != IFD_SUCCESS)
         *pdwBytesReturned = 0;
     pthread_mutex_unlock(&r->lock);

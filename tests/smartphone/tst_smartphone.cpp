@@ -130,7 +130,8 @@ private slots:
         QCOMPARE(reader->doDHPairing(1, code, data), LONG(0xFF));
 
         // The phone connects: its names are the vendor attributes.
-        QVERIFY2(bench.phone({"appear", "--name", "Anna's phone", "--model", "Pixel 7"}), qPrintable(bench.errorText()));
+        QVERIFY2(bench.phone({"appear", "--name", "Anna's phone", "--model", "Pixel 7"}),
+                 qPrintable(bench.errorText()));
         QCOMPARE(reader->isInserted(inserted), LONG(SCARD_S_SUCCESS));
         QVERIFY(inserted);
         reader->close();
@@ -224,7 +225,8 @@ private slots:
         QTest::addColumn<bool>("phoneRefuses");
         QTest::addColumn<int>("approvedCode");
         QTest::addColumn<QString>("logged");
-        QTest::newRow("the phone turns it down") << true << 0 << "SmartphoneInterface::getDeviceStatus DH Pairing ended";
+        QTest::newRow("the phone turns it down")
+            << true << 0 << "SmartphoneInterface::getDeviceStatus DH Pairing ended";
         QTest::newRow("the codes differ") << false << 12 << "ERROR: confirmPairing failed!";
     }
 

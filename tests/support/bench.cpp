@@ -17,10 +17,10 @@ int liveBenches = 0;
 // One directory per test process, short enough for a socket path.
 QString processBenchDir()
 {
-    static const QString path = QStringLiteral("%1/zorvik-bench-%2")
-                                    .arg(QFileInfo(QStringLiteral("/tmp")).isWritable() ? QStringLiteral("/tmp")
-                                                                                         : QDir::tempPath())
-                                    .arg(QCoreApplication::applicationPid());
+    static const QString path =
+        QStringLiteral("%1/zorvik-bench-%2")
+            .arg(QFileInfo(QStringLiteral("/tmp")).isWritable() ? QStringLiteral("/tmp") : QDir::tempPath())
+            .arg(QCoreApplication::applicationPid());
     return path;
 }
 
