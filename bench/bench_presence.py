@@ -92,7 +92,7 @@ def main():
         header = "  %-28s %10s %14s %14s" % ("", "wall us", "client CPU us", "pcscd CPU us")
         if callgrind:
             header += " %14s" % "client instr"
-        scenarios = [("4 readers, no key (4 status queries)", None),
+        scenarios = [("3 readers, no key (3 status queries)", None),
                      ("key in the first reader (1 query)", "0")]
         for title, reader in scenarios:
             if reader is not None:

@@ -132,7 +132,7 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     logRotate();
 
     ui->helpLayout->setAlignment(Qt::AlignBottom);
-    ui->smartphoneCancelButton->hide();
+    ui->pairingGroup->hide();
     ui->tabs->removeTab(1);
     components = new SP_Components(this);
     connect(components, &SP_Components::componentsUpdated, this, &DashboardWindow::updateSolutions);
@@ -575,4 +575,25 @@ void DashboardWindow::assertion(bool condition, int line)
         criticalMessage(QString("ASSERTION FAILED AT %1:%2").arg("security-console/dashboard_window").arg(line));
 }
 
-void DashboardWindow::updateSmartphoneTab() {}
+// The smartphone front end: its tab is removed and its pairing group hidden, and no
+// SmartphoneTokenManager is created, so these slots are reachable but do next to nothing.
+void DashboardWindow::updateSmartphoneTab()
+{
+    Log::print(Log::DEBUG, "updateSmartphoneTab");
+}
+
+void DashboardWindow::slotOpenSmartphoneToken()
+{
+    Log::print(Log::DEBUG, "slotOpenSmartphoneToken");
+    if (ui->tabs->currentIndex() != CertificatesTab)
+        ui->tabs->setCurrentIndex(CertificatesTab);
+    showWindow();
+    updateSmartphoneTab();
+}
+
+void DashboardWindow::leaveSmartphoneTab() {}
+void DashboardWindow::slotSmartphoneAction() {}
+void DashboardWindow::slotStopDevice() {}
+void DashboardWindow::slotDHConfirmation(int, QString) {}
+void DashboardWindow::slotSmartphoneUpdate() {}
+void DashboardWindow::slotQRCodeResult(QString) {}

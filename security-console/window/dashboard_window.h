@@ -146,6 +146,13 @@ public slots:
 
     // Smartphone tab (removed on this platform; kept callable)
     void updateSmartphoneTab();
+    void slotOpenSmartphoneToken();
+    void leaveSmartphoneTab();
+    void slotSmartphoneAction();
+    void slotStopDevice();
+    void slotDHConfirmation(int code, QString data);
+    void slotSmartphoneUpdate();
+    void slotQRCodeResult(QString uri);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

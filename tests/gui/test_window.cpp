@@ -313,6 +313,14 @@ void TestWindow::removedTabAndHiddenWidgets()
     QVERIFY(!window->form()->fiefox_help->isHidden());
     QVERIFY(window->form()->sharepoint_help->isHidden());
     QVERIFY(!window->form()->SSLcheckBox->isHidden());
+
+    // The smartphone front end is not reachable: pairing group hidden, no manager; opening
+    // it lands on the Certificates tab.
+    QVERIFY(window->form()->pairingGroup->isHidden());
+    for (QObject* child : window->findChildren<QObject*>())
+        QVERIFY(!child->inherits("SmartphoneTokenManager"));
+    window->slotOpenSmartphoneToken();
+    QCOMPARE(window->form()->tabs->currentIndex(), int(DashboardWindow::CertificatesTab));
 }
 
 void TestWindow::proxyWrittenFromAdvancedTab()

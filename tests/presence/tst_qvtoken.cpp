@@ -256,7 +256,7 @@ private slots:
 
     void ticketAnswer()
     {
-        insert(3, {"--serial", "a1b2c3d4e5f60718"});
+        insert(2, {"--serial", "a1b2c3d4e5f60718"});
         Search search;
         qvtoken_token* token = findKey(search);
         QVERIFY(token);
@@ -277,8 +277,8 @@ private slots:
         len = 4;
         QCOMPARE(qvtoken_sendApdu(token, getStatus, sizeof getStatus, response, &len), QVTOKEN_ERR_BUFFER_TOO_SMALL);
 
-        bench.remove(3);
-        insert(3, {"--fail-ticket", "6982"});
+        bench.remove(2);
+        insert(2, {"--fail-ticket", "6982"});
         Search again;
         token = findKey(again);
         QVERIFY(token);

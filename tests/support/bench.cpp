@@ -17,10 +17,10 @@ int liveBenches = 0;
 // One directory per test process, short enough for a socket path.
 QString processBenchDir()
 {
-    static const QString path = QStringLiteral("%1/zorvik-bench-%2")
-                                    .arg(QFileInfo(QStringLiteral("/tmp")).isWritable() ? QStringLiteral("/tmp")
-                                                                                         : QDir::tempPath())
-                                    .arg(QCoreApplication::applicationPid());
+    static const QString path =
+        QStringLiteral("%1/zorvik-bench-%2")
+            .arg(QFileInfo(QStringLiteral("/tmp")).isWritable() ? QStringLiteral("/tmp") : QDir::tempPath())
+            .arg(QCoreApplication::applicationPid());
     return path;
 }
 
@@ -49,11 +49,12 @@ QString Bench::simulatorPath()
     return QStringLiteral(ZORVIK_VANTREL_SIM);
 }
 
-bool Bench::run(const QStringList& args)
+bool Bench::run(const QStringList& args, QByteArray* output)
 {
     QProcess p;
     p.setProgram(QStringLiteral("python3"));
-    p.setArguments(QStringList{scriptPath(), QStringLiteral("--dir"), dir, QStringLiteral("--sim"), simulatorPath()} +
+    p.setArguments(QStringList{scriptPath(), QStringLiteral("--dir"), dir, QStringLiteral("--sim"), simulatorPath(),
+                               QStringLiteral("--phone-driver"), QStringLiteral(ZORVIK_PHONE_DRIVER)} +
                    args);
     p.start();
     if (!p.waitForFinished(120000)) {
@@ -69,6 +70,8 @@ bool Bench::run(const QStringList& args)
         return false;
     }
     error.clear();
+    if (output)
+        *output = p.readAllStandardOutput();
     return true;
 }
 
@@ -123,6 +126,19 @@ bool Bench::remove(int reader)
 bool Bench::removeAll()
 {
     return run({QStringLiteral("remove"), QStringLiteral("--all")});
+}
+
+bool Bench::phone(const QStringList& args)
+{
+    return run(QStringList{QStringLiteral("phone")} + args);
+}
+
+QJsonObject Bench::phoneState()
+{
+    QByteArray out;
+    if (!run({QStringLiteral("phone"), QStringLiteral("state")}, &out))
+        return {};
+    return QJsonDocument::fromJson(out).object();
 }
 
 bool Bench::stopPcscd()

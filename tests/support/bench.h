@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonObject>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
@@ -20,8 +21,8 @@ public:
     Bench(const Bench&) = delete;
     Bench& operator=(const Bench&) = delete;
 
-    // Starts pcscd. Default readers: "Zorvik Vantrel Reader" (readers 0 and 1) and
-    // "Zorvik Virtual Card Reader" (readers 2 and 3). `options` go to `bench start`, e.g.
+    // Starts pcscd. Default readers: "Zorvik Vantrel Reader" (readers 0 and 1, vpcd) and
+    // "Zorvik Virtual Card Reader" (reader 2, the phone driver). `options` go to `bench start`, e.g.
     // {"--no-readers"}, {"--extra", "4"} or {"--readers", "A,B"}.
     bool start(const QStringList& options = {});
     bool stop();
@@ -33,6 +34,12 @@ public:
     bool remove(int reader = 0);
     // Pulls every key.
     bool removeAll();
+
+    // Plays the phone behind the virtual reader: `bench phone <args>`, e.g.
+    // {"appear", "--name", "Anna's phone"}, {"pair", "--code", "4711"}, {"fail-once"}.
+    bool phone(const QStringList& args);
+    // The phone driver's view (`bench phone state`), empty on failure.
+    QJsonObject phoneState();
 
     // The smart-card service fails / recovers. Keys left in their readers are seen again.
     bool stopPcscd();
@@ -52,7 +59,7 @@ public:
     static QString simulatorPath();
 
 private:
-    bool run(const QStringList& args);
+    bool run(const QStringList& args, QByteArray* output = nullptr);
     bool readState();
 
     QString dir;

@@ -1,0 +1,288 @@
+// The smartphone token through a real pcscd with the bench's phone reader driver.
+#include "bench.h"
+#include "smartphone_interface.h"
+#include "smartphone_token_manager.h"
+#include "test_support.h"
+#include "vreader.h"
+
+#include <QJsonArray>
+#include <QPainter>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTimer>
+
+#include <memory>
+
+namespace {
+
+const int kWait = 10000;
+
+#define WAIT_STATUS(status) QTRY_COMPARE_WITH_TIMEOUT(manager->getSmartphoneTokenStatus(), status, kWait)
+
+// The driver's default proxy ticket is fb ff bf 3e 5a 01 7f fe: base64 "+/+/PloBf/4=".
+const QString kProxyUri = "zorvikkey://proxy?ticket=-.-.PloBf.4_";
+
+int countCalls(const QJsonObject& state, const QString& prefix)
+{
+    int n = 0;
+    for (const QJsonValue& call : state.value("calls").toArray())
+        n += call.toString().startsWith(prefix);
+    return n;
+}
+
+std::unique_ptr<VReader> firstVirtualReader()
+{
+    std::vector<VReader*> readers = VReader::getReaders();
+    std::unique_ptr<VReader> reader(readers.empty() ? nullptr : new VReader(*readers.front()));
+    VReader::freeReaders(readers);
+    return reader;
+}
+
+} // namespace
+
+class TestSmartphone : public QObject
+{
+    Q_OBJECT
+
+    TestHome home;
+    Bench bench;
+    std::unique_ptr<SmartphoneTokenManager> manager;
+    QTimer poll; // what the front end would do: ask for the status on a timer
+
+    void startManager()
+    {
+        manager = std::make_unique<SmartphoneTokenManager>();
+        connect(&poll, &QTimer::timeout, manager.get(), &SmartphoneTokenManager::getStatus);
+        const int before = countLines(home.readLog(), "SmartphoneInterface::connectDevice");
+        manager->init();
+        poll.start(100);
+        // The worker answers once the thread has wired it up.
+        QTRY_VERIFY_WITH_TIMEOUT(countLines(home.readLog(), "SmartphoneInterface::connectDevice") > before, kWait);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(home.isValid());
+        home.apply();
+    }
+
+    void init() { QVERIFY2(bench.start(), qPrintable(bench.errorText())); }
+
+    void cleanup()
+    {
+        poll.stop();
+        manager.reset();
+        QVERIFY2(bench.stop(), qPrintable(bench.errorText()));
+    }
+
+    void withoutTheDriverNothingIsFound()
+    {
+        // A reader whose name only contains the virtual reader's name is not it.
+        QVERIFY2(bench.start({"--readers", "Zorvik Vantrel Reader,Old Zorvik Virtual Card Reader"}),
+                 qPrintable(bench.errorText()));
+        QVERIFY(VReader::getReaders().empty());
+
+        QVERIFY(home.readLog().contains("Reader: Old Zorvik Virtual Card Reader 00 00"));
+        QVERIFY(!home.readLog().contains("Trying to open reader"));
+        startManager();
+        QCOMPARE(manager->getSmartphoneTokenStatus(), 0);
+        QCOMPARE(manager->getSmartphoneStatusString(), QString("Smartphone driver not found"));
+
+        QSignalSpy errors(manager.get(), &SmartphoneTokenManager::pairingError);
+        emit manager->signalStartPairing();
+        QVERIFY(errors.wait(kWait));
+    }
+
+    void controlChannel()
+    {
+        std::unique_ptr<VReader> reader = firstVirtualReader();
+        QVERIFY(reader);
+        QCOMPARE(QString::fromStdString(reader->getName()), bench.readerName(2));
+        QVERIFY(home.readLog().contains("Trying to open reader: " + bench.readerName(2)));
+
+        // No phone: the reader itself answers, through a direct connection.
+        QCOMPARE(reader->open(), LONG(SCARD_S_SUCCESS));
+        bool inserted = true, discovery = false, pairing = false;
+        QCOMPARE(reader->isInserted(inserted), LONG(SCARD_S_SUCCESS));
+        QVERIFY(!inserted);
+        QCOMPARE(reader->enableDiscovery(300), LONG(SCARD_S_SUCCESS));
+        QCOMPARE(reader->isDiscoveryEnabled(discovery), LONG(SCARD_S_SUCCESS));
+        QCOMPARE(reader->isPairingEnabled(pairing), LONG(SCARD_S_SUCCESS));
+        QVERIFY(discovery && pairing);
+        QCOMPARE(bench.phoneState().value("discovery_value").toInt(), 300);
+        QCOMPARE(reader->disableDiscovery(), LONG(SCARD_S_SUCCESS));
+        QCOMPARE(reader->isDiscoveryEnabled(discovery), LONG(SCARD_S_SUCCESS));
+        QVERIFY(!discovery);
+
+        // A pairing the phone answers after a while is polled until its code is ready.
+        QVERIFY2(bench.phone({"pair", "--code", "4711", "--data", "Pixel · Anna", "--pending", "1.5"}),
+                 qPrintable(bench.errorText()));
+        unsigned code = 0;
+        std::string data;
+        QCOMPARE(reader->doDHPairing(299, code, data), LONG(0));
+        QCOMPARE(code, 4711u);
+        QCOMPARE(QString::fromStdString(data), QString("Pixel · Anna"));
+        QVERIFY(countCalls(bench.phoneState(), "42000910") >= 2);
+        // One the phone turns down ends with "no pairing".
+        QVERIFY(bench.phone({"refuse"}));
+        QCOMPARE(reader->doDHPairing(1, code, data), LONG(0xFF));
+
+        // The phone connects: its names are the vendor attributes.
+        QVERIFY2(bench.phone({"appear", "--name", "Anna's phone", "--model", "Pixel 7"}),
+                 qPrintable(bench.errorText()));
+        QCOMPARE(reader->isInserted(inserted), LONG(SCARD_S_SUCCESS));
+        QVERIFY(inserted);
+        reader->close();
+        QCOMPARE(reader->open(), LONG(SCARD_S_SUCCESS));
+        std::string name, model;
+        QCOMPARE(reader->getDeviceName(name, model), LONG(SCARD_S_SUCCESS));
+        QCOMPARE(QString::fromStdString(name + "|" + model), QString("Anna's phone|Pixel 7"));
+        unsigned state = 0;
+        std::string atr;
+        QCOMPARE(reader->getStatus(state, atr), LONG(SCARD_S_SUCCESS));
+        QVERIFY(!atr.empty());
+
+        // The link drops for a moment: the handle answers SCARD_W_REMOVED_CARD once, and the
+        // reader reconnects and asks again.
+        QVERIFY2(bench.phone({"fail-once"}), qPrintable(bench.errorText()));
+        name.clear();
+        QCOMPARE(reader->getDeviceName(name, model), LONG(SCARD_S_SUCCESS));
+        QCOMPARE(QString::fromStdString(name), QString("Anna's phone"));
+        // Without the reconnect the same failure is returned and logged.
+        QVERIFY2(bench.phone({"fail-once"}), qPrintable(bench.errorText()));
+        QCOMPARE(reader->getStatus(state, atr), LONG(SCARD_W_REMOVED_CARD));
+        QVERIFY(home.readLog().contains("Error in SCardStatus: 80100069"));
+
+        std::string ticket;
+        QCOMPARE(reader->requestProxyChannel(300, ticket), LONG(SCARD_S_SUCCESS));
+        QCOMPARE(QByteArray::fromStdString(ticket).toHex(), QByteArray("fbffbf3e5a017ffe"));
+    }
+
+    void statusFollowsThePhone()
+    {
+        startManager();
+        QSignalSpy updates(manager.get(), &SmartphoneTokenManager::statusUpdated);
+        WAIT_STATUS(1);
+        updates.clear();
+
+        QVERIFY2(bench.phone({"appear", "--name", "Anna's phone"}), qPrintable(bench.errorText()));
+        WAIT_STATUS(2);
+        QCOMPARE(manager->getSmartphoneStatusString(), SmartphoneInterface::stringStatus(2, "Anna's phone"));
+        QVERIFY(manager->getSmartphoneStatusString().contains("Anna's phone"));
+
+        // Ejecting the virtual card: the phone is no longer connected, until it comes back.
+        emit manager->signalEjectToken();
+        WAIT_STATUS(1);
+        QVERIFY(bench.phoneState().value("ejected").toBool());
+        QVERIFY(bench.phone({"appear"}));
+        WAIT_STATUS(2);
+        QVERIFY(bench.phone({"disappear"}));
+        WAIT_STATUS(1);
+
+        // Discovery on: pairing enabled.
+        std::unique_ptr<VReader> reader = firstVirtualReader();
+        QVERIFY(reader && reader->open() == SCARD_S_SUCCESS && reader->enableDiscovery(60) == SCARD_S_SUCCESS);
+        WAIT_STATUS(3);
+        QVERIFY(home.readLog().contains("SmartphoneTokenManager::onChanged: = " +
+                                        SmartphoneInterface::stringStatus(3, QString())));
+        // Each change was reported once.
+        QCOMPARE(updates.count(), 5);
+    }
+
+    void approvedPairing()
+    {
+        startManager();
+        WAIT_STATUS(1);
+        QSignalSpy done(manager.get(), &SmartphoneTokenManager::donePairing);
+        QSignalSpy confirm(manager.get(), &SmartphoneTokenManager::uiRequestDHConfirmation);
+        QSignalSpy errors(manager.get(), &SmartphoneTokenManager::pairingError);
+
+        emit manager->signalStartPairing();
+        WAIT_STATUS(3);
+        QJsonObject state = bench.phoneState();
+        QVERIFY(state.value("calls").toArray().contains(QString("42000905:300")));
+        QVERIFY(state.value("calls").toArray().contains(QString("42000918:299")));
+
+        QVERIFY(bench.phone({"pair", "--code", "915", "--data", "Anna's phone", "--pending", "0.5"}));
+        QVERIFY(confirm.wait(kWait));
+        QCOMPARE(confirm.first().at(0).toInt(), 915);
+        QCOMPARE(confirm.first().at(1).toString(), QString("Anna's phone"));
+        QVERIFY(!done.isEmpty());
+
+        emit manager->signalConfirmPairing(915);
+        WAIT_STATUS(1);
+        state = bench.phoneState();
+        QVERIFY(state.value("paired").toBool());
+        QCOMPARE(state.value("approved_code").toInt(), 915);
+        QVERIFY(!state.value("discovery").toBool());
+        QCOMPARE(errors.count(), 0);
+    }
+
+    void refusedPairing_data()
+    {
+        QTest::addColumn<bool>("phoneRefuses");
+        QTest::addColumn<int>("approvedCode");
+        QTest::addColumn<QString>("logged");
+        QTest::newRow("the phone turns it down")
+            << true << 0 << "SmartphoneInterface::getDeviceStatus DH Pairing ended";
+        QTest::newRow("the codes differ") << false << 12 << "ERROR: confirmPairing failed!";
+    }
+
+    void refusedPairing()
+    {
+        QFETCH(bool, phoneRefuses);
+        QFETCH(int, approvedCode);
+        QFETCH(QString, logged);
+        startManager();
+        WAIT_STATUS(1);
+        QSignalSpy confirm(manager.get(), &SmartphoneTokenManager::uiRequestDHConfirmation);
+        QSignalSpy errors(manager.get(), &SmartphoneTokenManager::pairingError);
+        emit manager->signalStartPairing();
+        QVERIFY(bench.phone({"pair", "--code", "4711"}));
+        QVERIFY(confirm.wait(kWait));
+
+        if (phoneRefuses)
+            QVERIFY(bench.phone({"refuse"}));
+        else
+            emit manager->signalConfirmPairing(approvedCode);
+        QVERIFY(errors.wait(kWait));
+        WAIT_STATUS(1);
+        QVERIFY(home.waitForLog(logged));
+        QVERIFY(!bench.phoneState().value("discovery").toBool());
+        QVERIFY(!bench.phoneState().value("paired").toBool());
+        QCOMPARE(errors.count(), 1);
+    }
+
+    void proxyTicketAsQrCode()
+    {
+        startManager();
+        QSignalSpy uri(manager.get(), &SmartphoneTokenManager::proxyUri);
+        emit manager->getProxy();
+        QVERIFY(uri.wait(kWait));
+        QCOMPARE(uri.first().at(0).toString(), kProxyUri);
+
+        const QImage qr = manager->drawQRImage(kProxyUri);
+        QCOMPARE(qr.size(), QSize(200, 200));
+        QCOMPARE(qr.depth(), 1);
+        // Shown on a white background, as a label would; a real decoder reads it back.
+        QImage shown(240, 240, QImage::Format_RGB32);
+        shown.fill(Qt::white);
+        QPainter(&shown).drawImage(20, 20, qr);
+        const QString file = home.path() + "/qr.png";
+        QVERIFY(shown.save(file));
+        QProcess zbar;
+        zbar.start("zbarimg", {"--raw", "-q", file});
+        QVERIFY(zbar.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(zbar.readAllStandardOutput()).trimmed(), kProxyUri);
+
+        // Too much for any QR code.
+        const QImage failed = manager->drawQRImage(QString(4000, 'x'));
+        QCOMPARE(failed.size(), QSize(200, 200));
+        QVERIFY(home.readLog().contains("QR FAIL"));
+    }
+};
+
+QTEST_MAIN(TestSmartphone)
+#include "tst_smartphone.moc"
