@@ -54,6 +54,7 @@ public:
     CryptokiStorage* certificateStorage() const { return cryptokiStorage; }
     DashboardTokenInfo* tokenInfo() const { return dashboardTokenInfo; }
     const QList<CryptokiStorageItem>& certificateList() const { return certificateItems; }
+    Check_Updates* updateChecker() const { return checkUpdates; }
 
 signals:
     void noToken();
@@ -181,4 +182,7 @@ private:
     bool haveCertificateList = false;
     QList<QLabel*> certificateRows;
     bool credentialProviderState = false;
+
+    // Updates: set while the Update dialog (and the download it starts) runs.
+    bool updateDialogOpen = false;
 };

@@ -1,0 +1,34 @@
+// macOS: the release comes from SystemVersion.plist, the change log is the macOS one.
+#include "os_platform.h"
+
+#include "log.h"
+
+#include <QSettings>
+#include <QStringList>
+
+// "." + major + "." + minor of the system version (the patch level is dropped); the value
+// as it stands when it has fewer parts.
+QString getOSXVersion()
+{
+    QSettings plist("/System/Library/CoreServices/SystemVersion.plist", QSettings::NativeFormat);
+    const QString version = plist.value("ProductVersion", QString()).toString();
+    Log::print(Log::DEBUG, QString("ProductVersion =  %1").arg(version));
+    const QStringList parts = version.split('.');
+    if (parts.size() >= 2)
+        return "." + parts.at(0) + "." + parts.at(1);
+    return version;
+}
+
+namespace OsPlatform {
+
+QString updatePlatformName()
+{
+    return "osx" + getOSXVersion();
+}
+
+QString changeLogPath()
+{
+    return "/changelogs/pack.osx.txt";
+}
+
+} // namespace OsPlatform
