@@ -48,13 +48,8 @@ log() {
 # True while a dashboard started from PROGRAM_DIR still runs for this user (other users'
 # processes cannot be read). After the install its file shows as "(deleted)".
 old_dashboard_running() {
-    for exe in /proc/[0-9]*/exe; do
-        target=$(readlink "$exe" 2>/dev/null) || continue
-        case $target in
-        "$DASHBOARD" | "$DASHBOARD (deleted)") return 0 ;;
-        esac
-    done
-    return 1
+    [ -n "$(find /proc/[0-9]*/exe -maxdepth 0 \( -lname "$DASHBOARD" -o -lname "$DASHBOARD (deleted)" \) \
+        -print -quit 2>/dev/null)" ]
 }
 
 start_dashboard() {
