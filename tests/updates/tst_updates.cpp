@@ -129,7 +129,7 @@ void TestUpdates::openWindow()
 void TestUpdates::afterShown(QWidget* dialog, const QString& name, std::function<void()> then)
 {
     const QString dir = qEnvironmentVariable("ZORVIK_SCREENSHOTS");
-    QTimer::singleShot(dir.isEmpty() ? 0 : 700, dialog, [dialog, dir, name, then] {
+    QTimer::singleShot(dir.isEmpty() ? 0 : 600, dialog, [dialog, dir, name, then] {
         if (!dir.isEmpty() && QDir().mkpath(dir))
             dialog->screen()->grabWindow(0).save(dir + "/" + name + ".png");
         then();
@@ -333,8 +333,10 @@ void TestUpdates::installNowDownloadsAndQuits()
     ModalSeam::answer(ModalSeam::ShowIt);     // the download's progress
     ModalSeam::answer(QMessageBox::Ok);       // "... will be closed in order to install ..."
     ModalSeam::setObserver([&](QDialog* dialog) {
-        if (auto* progress = dialog->findChild<QProgressBar*>())
+        if (auto* progress = dialog->findChild<QProgressBar*>()) {
             connect(progress, &QProgressBar::valueChanged, dialog, [&](int v) { shownValues << v; });
+            afterShown(dialog, "download", [] {});
+        }
     });
     QTimer::singleShot(0, window->form()->actionCheck_for_updates, &QAction::trigger);
     QTimer watchdog;
