@@ -46,6 +46,9 @@ public:
     bool restartRequested = false;
     QString readerName;
 
+    // The update checker, for the tests.
+    Check_Updates* updateChecker() const { return checkUpdates; }
+
     // Read access for tests and the tray.
     Ui::DashboardWindow* form() const { return ui; }
     QSystemTrayIcon* trayIcon() const { return tray; }
@@ -54,7 +57,6 @@ public:
     CryptokiStorage* certificateStorage() const { return cryptokiStorage; }
     DashboardTokenInfo* tokenInfo() const { return dashboardTokenInfo; }
     const QList<CryptokiStorageItem>& certificateList() const { return certificateItems; }
-    Check_Updates* updateChecker() const { return checkUpdates; }
 
 signals:
     void noToken();
