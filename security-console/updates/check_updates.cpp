@@ -74,8 +74,8 @@ bool Check_Updates::getSPUpdateUrl()
         QMutexLocker lock(&mutex);
         updateFound = false;
     }
-    const QString url = OsPlatform::updateApiUrl() + "/api/version.txt?type=soft&platform=" + getApiPlatformName() +
-                        "&package=pack";
+    const QString url =
+        OsPlatform::updateApiUrl() + "/api/version.txt?type=soft&platform=" + getApiPlatformName() + "&package=pack";
     QString offered;
     QString address;
     if (!getUpdateInfo(url, offered, address)) {

@@ -38,7 +38,9 @@ QString makeDebianPackage(const QString& dir, const QString& name, const QString
     if (!control.open(QIODevice::WriteOnly) || !data.open(QIODevice::WriteOnly))
         return QString();
     control.write(QString("Package: %1\nVersion: 3.4.376\nArchitecture: %2\nMaintainer: Zorvik <support@zorvik.test>\n"
-                          "Description: test package\n").arg(name, arch).toUtf8());
+                          "Description: test package\n")
+                      .arg(name, arch)
+                      .toUtf8());
     data.write(QByteArray(payload, 'z'));
     control.close();
     data.close();
@@ -189,8 +191,8 @@ void TestUpdates::versionReplies()
     QVERIFY2(home.readLog().mid(logStart).contains(logLine), qPrintable(logLine));
     const QJsonArray asked = sim.requests("/api/version.txt");
     QCOMPARE(asked.size(), 1);
-    QCOMPARE(asked.at(0)["target"].toString(), "/api/version.txt?type=soft&platform=" +
-                                                   OsPlatform::updatePlatformName() + "&package=pack");
+    QCOMPARE(asked.at(0)["target"].toString(),
+             "/api/version.txt?type=soft&platform=" + OsPlatform::updatePlatformName() + "&package=pack");
     // The change log is fetched only for a newer version.
     QCOMPARE(sim.requests("/changelogs/pack.linux.txt").size(), update ? 1 : 0);
     QCOMPARE(checker.changeLog().startsWith("Zorvik Security Pack 3.4.376"), update);
@@ -301,7 +303,8 @@ void TestUpdates::installNowDownloadsAndQuits()
     QVERIFY(record.open(QIODevice::ReadOnly));
     const QStringList lines = QString::fromUtf8(record.readAll()).split('\n');
     QVERIFY2(lines.value(0).endsWith("apt-get install -y --reinstall -o Dpkg::Options::=--force-confdef -o "
-                                     "Dpkg::Options::=--force-confold " + downloaded),
+                                     "Dpkg::Options::=--force-confold " +
+                                     downloaded),
              qPrintable(lines.value(0)));
     QFile served(package);
     QVERIFY(served.open(QIODevice::ReadOnly));
@@ -365,21 +368,22 @@ void TestUpdates::upgradeScript_data()
 
     const QString installed = "INFO upgrade: Installed zorvik-dashboard 3.4.376";
     const QString otherArch = machineArch == "arm64" ? "amd64" : "arm64";
-    QTest::newRow("desktop session: pkexec") << "zorvik-dashboard:all" << QStringList{"DISPLAY=:99"} << 0 << "pkexec"
-                                             << installed;
-    QTest::newRow("no desktop: sudo") << "zorvik-dashboard:" + machineArch << QStringList{} << 0 << "sudo"
-                                      << installed;
+    QTest::newRow("desktop session: pkexec")
+        << "zorvik-dashboard:all" << QStringList{"DISPLAY=:99"} << 0 << "pkexec" << installed;
+    QTest::newRow("no desktop: sudo") << "zorvik-dashboard:" + machineArch << QStringList{} << 0 << "sudo" << installed;
     QTest::newRow("ZORVIK_UPGRADE_ELEVATE")
         << "zorvik-dashboard:all"
-        << QStringList{"DISPLAY=:99", QString("ZORVIK_UPGRADE_ELEVATE=%1 --as root").arg(UPDATES_STAND_IN_ELEVATE)}
-        << 0 << "run-as-root --as root" << installed;
+        << QStringList{"DISPLAY=:99", QString("ZORVIK_UPGRADE_ELEVATE=%1 --as root").arg(UPDATES_STAND_IN_ELEVATE)} << 0
+        << "run-as-root --as root" << installed;
     QTest::newRow("install fails") << "zorvik-dashboard:all" << QStringList{"ZORVIK_TEST_ELEVATE_STATUS=100"} << 1
-                                   << "sudo" << "ERROR upgrade: Installation failed with code 100";
+                                   << "sudo"
+                                   << "ERROR upgrade: Installation failed with code 100";
     QTest::newRow("another program") << "other-tool:all" << QStringList{} << 2 << ""
                                      << "holds \"other-tool\", not zorvik-dashboard";
     QTest::newRow("another architecture") << "zorvik-dashboard:" + otherArch << QStringList{} << 2 << ""
                                           << "is built for " + otherArch + ", this machine is " + machineArch;
-    QTest::newRow("not a package") << "text" << QStringList{} << 2 << "" << "is not a Debian package";
+    QTest::newRow("not a package") << "text" << QStringList{} << 2 << ""
+                                   << "is not a Debian package";
 }
 
 void TestUpdates::upgradeScript()
@@ -421,9 +425,12 @@ void TestUpdates::upgradeScript()
     QVERIFY(QString::fromUtf8(log.readAll()).contains(logLine));
     QFile record(home.path() + "/elevated");
     const QString ran = record.open(QIODevice::ReadOnly) ? QString::fromUtf8(record.readLine()).trimmed() : "";
-    QCOMPARE(ran, elevation.isEmpty() ? "" : elevation + " env DEBIAN_FRONTEND=noninteractive apt-get install -y "
-                                                         "--reinstall -o Dpkg::Options::=--force-confdef -o "
-                                                         "Dpkg::Options::=--force-confold " + file);
+    QCOMPARE(ran, elevation.isEmpty() ? ""
+                                      : elevation +
+                                            " env DEBIAN_FRONTEND=noninteractive apt-get install -y "
+                                            "--reinstall -o Dpkg::Options::=--force-confdef -o "
+                                            "Dpkg::Options::=--force-confold " +
+                                            file);
     // Only an installed package is removed; installed or not, the user gets a dashboard back.
     QCOMPARE(QFile::exists(file), exitCode != 0);
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(home.path() + "/started"), 10000);
