@@ -274,7 +274,7 @@ void TestUpdates::nothingFound()
 void TestUpdates::installNowDownloadsAndQuits()
 {
     // A package slow enough to watch the bar move.
-    offer("3.4.376", {{"file", package}, {"chunk_size", 65536}, {"chunk_delay", 0.03}});
+    offer("3.4.376", {{"file", package}, {"chunk_size", 65536}, {"chunk_delay", 0.05}});
     openWindow();
 
     int valuesBetween = 0;
