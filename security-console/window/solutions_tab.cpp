@@ -6,13 +6,13 @@
 
 #include "about_dialog.h"
 #include "application_downloader.h"
+#include "update_dialog.h"
 #include "application_installer.h"
 #include "check_updates.h"
 #include "log.h"
 #include "modal_seam.h"
 #include "process_helpers.h"
 #include "sp_components.h"
-#include "update_dialog.h"
 
 #include <QDesktopServices>
 #include <QMessageBox>

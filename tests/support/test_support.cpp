@@ -36,8 +36,10 @@ QProcessEnvironment TestHome::environment() const
 void TestHome::apply() const
 {
     const QProcessEnvironment env = environment();
-    for (const char* key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR",
-                            "ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL"})
+    for (const char* key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR"})
+        qputenv(key, env.value(key).toLocal8Bit());
+    // The update service addresses environment() chose.
+    for (const char* key : {"ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL"})
         qputenv(key, env.value(key).toLocal8Bit());
 }
 
