@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
+#include <QRegularExpression>
 #include <QtGlobal>
 
 #include <sys/stat.h>
@@ -58,6 +59,33 @@ int macVersionCode()
 #else
     return 0;
 #endif
+}
+
+QString linuxPlatformName(const QByteArray& osRelease)
+{
+    QString id = "linux";
+    QString versionId;
+    for (const QByteArray& rawLine : osRelease.split('\n')) {
+        const QString line = QString::fromUtf8(rawLine).trimmed();
+        const int eq = line.indexOf('=');
+        if (line.startsWith('#') || eq <= 0)
+            continue;
+        QString value = line.mid(eq + 1);
+        // Values are shell words: quoted in "..." or '...', with \-escapes inside "...".
+        if (value.size() >= 2 && (value.startsWith('"') || value.startsWith('\'')) && value.endsWith(value.at(0))) {
+            const bool doubleQuoted = value.startsWith('"');
+            value = value.mid(1, value.size() - 2);
+            if (doubleQuoted)
+                value.replace(QRegularExpression(R"(\\([\\$"`]))"), "\\1");
+        }
+        const QString key = line.left(eq);
+        if (key == "ID" && !value.isEmpty())
+            id = value;
+        else if (key == "VERSION_ID")
+            versionId = value;
+    }
+    const QString major = versionId.section('.', 0, 0);
+    return major.isEmpty() ? "linux." + id : "linux." + id + "." + major;
 }
 
 QString keyServiceUrl()

@@ -10,6 +10,16 @@ namespace OsPlatform {
 // systems that are not macOS.
 int macVersionCode();
 
+// This operating-system release as the update API names it: "linux." + ID + "." + the
+// major part of VERSION_ID from os-release on Linux (e.g. "linux.debian.12"), "osx" +
+// ".<major>.<minor>" of the system version on macOS (e.g. "osx.10.12").
+QString updatePlatformName();
+// The Linux name for the text of an os-release file. A missing ID counts as "linux", as
+// os-release defines it; a missing VERSION_ID (rolling releases) leaves the version out.
+QString linuxPlatformName(const QByteArray& osRelease);
+// Path of the Security Pack change log on the change-log host (changeLogUrl()).
+QString changeLogPath();
+
 // Service addresses, without a trailing slash. Production defaults, overridable for the
 // bench and the tests by ZORVIK_KEYSERVICE_URL, ZORVIK_UPDATE_URL, ZORVIK_CHANGELOG_URL
 // and ZORVIK_SUPPORT_URL.

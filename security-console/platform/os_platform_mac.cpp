@@ -1,7 +1,40 @@
-// The answers of the OS seam that only macOS gives.
+// The answers of the OS seam that only macOS gives: the platform names, the release the
+// update API knows (from SystemVersion.plist) and its change log.
 #include "os_platform.h"
 
-QString OsPlatform::reportPlatform()
+#include "log.h"
+
+#include <QSettings>
+#include <QStringList>
+
+// "." + major + "." + minor of the system version (the patch level is dropped); the value
+// as it stands when it has fewer parts.
+QString getOSXVersion()
+{
+    QSettings plist("/System/Library/CoreServices/SystemVersion.plist", QSettings::NativeFormat);
+    const QString version = plist.value("ProductVersion", QString()).toString();
+    Log::print(Log::DEBUG, QString("ProductVersion =  %1").arg(version));
+    const QStringList parts = version.split('.');
+    if (parts.size() >= 2)
+        return "." + parts.at(0) + "." + parts.at(1);
+    return version;
+}
+
+namespace OsPlatform {
+
+QString updatePlatformName()
+{
+    return "osx" + getOSXVersion();
+}
+
+QString changeLogPath()
+{
+    return "/changelogs/pack.osx.txt";
+}
+
+QString reportPlatform()
 {
     return "Mac OS X";
 }
+
+} // namespace OsPlatform

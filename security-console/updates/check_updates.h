@@ -1,21 +1,38 @@
 #pragma once
 
+#include <QMutex>
 #include <QString>
 #include <QThread>
 
-// Looks once per run for a newer Security Pack version.
+#include <atomic>
+
+// Asks the update API whether a newer Security Pack than the one built in is published for
+// this operating-system release and, when there is one, fetches its change log. One check
+// is one run of the thread; checks never overlap.
 class Check_Updates : public QThread
 {
     Q_OBJECT
 public:
     explicit Check_Updates(QObject* parent = nullptr);
 
+    // Starts a check unless one is running. An interactive request made while one runs is
+    // remembered, so the running check (or, if it has just reported, one more) reports to
+    // the user.
     void Check(bool interactive);
 
-    bool updateAvailable = false;
-    QString version;
-    QString changeLog;
-    QString packageUrl;
+    // What the checks found; callable from any thread. The version and download address
+    // are those of the last valid reply, the change log that of the last check that found
+    // an update.
+    bool updateAvailable() const;
+    QString version() const;
+    QString downloadUrl() const;
+    QString changeLog() const;
+
+    // The steps of a check, run in the checker's thread.
+    bool getSPUpdateUrl();
+    bool getUpdateInfo(const QString& url, QString& version, QString& address);
+    QString getApiPlatformName();
+    void getSPReadme();
 
 signals:
     void SPUpdatesChecked(bool interactive);
@@ -24,5 +41,10 @@ protected:
     void run() override;
 
 private:
-    bool interactive = false;
+    mutable QMutex mutex;
+    bool updateFound = false;
+    QString offeredVersion;
+    QString packageUrl;
+    QString readme;
+    std::atomic<bool> interactive{false};
 };

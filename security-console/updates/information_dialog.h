@@ -2,10 +2,11 @@
 
 #include <QDialog>
 
-class QLabel;
-class QPushButton;
-class QTextBrowser;
 class QUrl;
+
+namespace Ui {
+class InformationDialog;
+}
 
 // A text (with links) under a label, with OK (or "Save") and Cancel.
 class InformationDialog : public QDialog
@@ -14,13 +15,14 @@ class InformationDialog : public QDialog
 public:
     InformationDialog(const QString& title, const QString& label, const QString& text, bool saveAs,
                       QWidget* parent = nullptr);
+    ~InformationDialog() override;
+
+    Ui::InformationDialog* form() const { return ui; }
 
 public slots:
     void linkClicked(const QUrl& url);
     void slotOk();
 
 private:
-    QLabel* label = nullptr;
-    QTextBrowser* message = nullptr;
-    QPushButton* okButton = nullptr;
+    Ui::InformationDialog* ui;
 };

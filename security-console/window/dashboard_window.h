@@ -46,6 +46,9 @@ public:
     bool restartRequested = false;
     QString readerName;
 
+    // The update checker, for the tests.
+    Check_Updates* updateChecker() const { return checkUpdates; }
+
     // Read access for tests and the tray.
     Ui::DashboardWindow* form() const { return ui; }
     QSystemTrayIcon* trayIcon() const { return tray; }
@@ -190,4 +193,7 @@ private:
     bool haveCertificateList = false;
     QList<QLabel*> certificateRows;
     bool credentialProviderState = false;
+
+    // Updates: set while the Update dialog (and the download it starts) runs.
+    bool updateDialogOpen = false;
 };

@@ -4,6 +4,8 @@
 
 #include "ui_dashboard_window.h"
 
+#include "about_dialog.h"
+#include "application_downloader.h"
 #include "application_installer.h"
 #include "check_updates.h"
 #include "component_paths.h"
@@ -15,6 +17,7 @@
 #include "sp_components.h"
 #include "support_dialog.h"
 #include "ticket_sender.h"
+#include "update_dialog.h"
 #include "zorvik_build.h"
 
 #include <QApplication>
@@ -150,7 +153,7 @@ void DashboardWindow::slotComponentError(QString message)
 void DashboardWindow::repairSP()
 {
     Log::print(Log::DEBUG, "repairSP ");
-    downloadAndInstall(checkUpdates->packageUrl);
+    downloadAndInstall(checkUpdates->downloadUrl());
 }
 
 void DashboardWindow::downloadAndInstall(const QString& url)
@@ -158,7 +161,21 @@ void DashboardWindow::downloadAndInstall(const QString& url)
     Log::print(Log::DEBUG, "downloadAndInstall " + url);
     if (url.isEmpty())
         return;
-    errorBox(this, tr("Cannot download Zorvik Installation Package. Please try again later or contact Zorvik support"));
+    {
+        ApplicationDownloader downloader(this);
+        if (downloader.download(url, QCoreApplication::translate("Window messages", "Zorvik Software Installation"),
+                                QCoreApplication::translate("Window messages", "Downloading Zorvik Security Pack"))) {
+            if (!installer->install(this, downloader.downloadedFile()))
+                errorBox(this, QCoreApplication::translate(
+                                   "Application messages",
+                                   "Cannot install %1.Please try again later or contact Zorvik support")
+                                   .arg("Zorvik Dashboard"));
+        } else {
+            errorBox(this, QCoreApplication::translate("Application messages",
+                                                       "Cannot download Zorvik Installation Package. Please try "
+                                                       "again later or contact Zorvik support"));
+        }
+    }
     updateSolutions();
 }
 
@@ -187,13 +204,16 @@ void DashboardWindow::slotCheckUpdatesButton()
 
 void DashboardWindow::slotSPUpdatesChecked(bool interactive)
 {
-    updateAvailable = checkUpdates->updateAvailable;
+    Log::print(Log::DEBUG, "Checked available SP Upates");
+    updateAvailable = checkUpdates->updateAvailable();
     updateTrayIcon();
     if (!interactive)
         return;
     if (!updateAvailable) {
-        QMessageBox box(QMessageBox::Information, tr("Zorvik Dashboard"),
-                        tr("You already have the latest version of Zorvik Security Pack installed."),
+        QMessageBox box(QMessageBox::Information, "Zorvik Dashboard",
+                        QCoreApplication::translate("Application messages",
+                                                    "You already have the latest version of Zorvik Security Pack "
+                                                    "installed."),
                         QMessageBox::Ok, this);
         ModalSeam::exec(&box);
     } else {
@@ -203,20 +223,24 @@ void DashboardWindow::slotSPUpdatesChecked(bool interactive)
 
 void DashboardWindow::slotAskForUpdateSP()
 {
-    QMessageBox box(QMessageBox::Question, tr("Zorvik Dashboard"),
-                    tr("A new version %1 of Zorvik Security Pack is available. Do you want to install it?")
-                        .arg(checkUpdates->version),
-                    QMessageBox::Yes | QMessageBox::No, this);
-    if (ModalSeam::exec(&box) == QMessageBox::Yes)
-        downloadAndInstall(checkUpdates->packageUrl);
+    if (!updateAvailable)
+        return;
+    UpdateDialog dialog(checkUpdates->version(), checkUpdates->changeLog(), this);
+    // One offer at a time: the tray, the About box and a check's result may all ask.
+    if (updateDialogOpen)
+        return;
+    updateDialogOpen = true;
+    const QString url = checkUpdates->downloadUrl();
+    if (ModalSeam::exec(&dialog) == QDialog::Accepted)
+        downloadAndInstall(url);
+    updateDialogOpen = false;
 }
 
 void DashboardWindow::slotAbout()
 {
-    QMessageBox box(QMessageBox::Information, tr("About %1").arg("Zorvik Dashboard"),
-                    tr("Version %1").arg(ZORVIK_VERSION), QMessageBox::Ok, this);
-    box.setIconPixmap(QPixmap(":/Icons/images/tokenicon.png").scaled(64, 64));
-    ModalSeam::exec(&box);
+    AboutDialog dialog(updateAvailable, this);
+    if (ModalSeam::exec(&dialog) == AboutDialog::UpdateRequested)
+        slotAskForUpdateSP();
 }
 
 void DashboardWindow::slotHelpButton()

@@ -28,6 +28,11 @@ QProcessEnvironment TestHome::environment() const
     env.insert("XDG_RUNTIME_DIR", runtimeDir());
     if (!env.contains("QT_QPA_PLATFORM"))
         env.insert("QT_QPA_PLATFORM", "offscreen");
+    // The update check runs whenever a window starts: unless a test points it at the
+    // services simulator, it meets a closed loopback port instead of the real service.
+    for (const char* key : {"ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL"})
+        if (env.value(key).isEmpty())
+            env.insert(key, "https://127.0.0.1:9");
     return env;
 }
 
@@ -36,6 +41,9 @@ void TestHome::apply() const
     const QProcessEnvironment env = environment();
     for (const char* key :
          {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR", "XDG_RUNTIME_DIR"})
+        qputenv(key, env.value(key).toLocal8Bit());
+    // The update service addresses environment() chose.
+    for (const char* key : {"ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL"})
         qputenv(key, env.value(key).toLocal8Bit());
 }
 
