@@ -113,8 +113,7 @@ private slots:
         QFETCH(QString, title);
         QFETCH(QString, shownType);
         QFETCH(QString, style);
-        QVERIFY(sim.configure({{"key", QJsonObject{{"type", type}, {"title", title}}},
-                               {"require_authenticated_ticket", true}}));
+        QVERIFY(sim.configure({{"key", QJsonObject{{"type", type}, {"title", title}}}}));
         QVERIFY(bench.insert(0, {"--info", "36864"}));
         openKeyStatusTab();
         TokenStatus& status = window->tokenStatusWorker();

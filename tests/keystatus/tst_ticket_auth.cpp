@@ -105,7 +105,6 @@ private slots:
     void keyAnswersAndServiceAccepts()
     {
         QVERIFY(bench.insert(0, {"--serial", "0102030405060708"}));
-        QVERIFY(sim.configure({{"require_authenticated_ticket", true}}));
         const QByteArray ticket = freshTicket();
         QVERIFY(!ticket.isEmpty());
         Outcome outcome;
@@ -134,6 +133,9 @@ private slots:
         QCOMPARE(outcome.text, QString("The key's answer does not match the ticket"));
         const QJsonObject state = QJsonDocument::fromJson(sim.control("GET", "/_control/state").body).object();
         QCOMPARE(state["tickets"].toObject()[QString::fromLatin1(ticket)].toObject()["authenticated"].toBool(), false);
+        // ... and the key service will not describe the key for it.
+        const ServicesSim::Reply view = sim.control("POST", "/a/view.json", "ticket=" + ticket);
+        QCOMPARE(QJsonDocument::fromJson(view.body).object()["message"].toString(), QString("Ticket not authenticated"));
     }
 
     void failuresBeforeTheService_data()
