@@ -9,6 +9,8 @@
 
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -101,6 +103,10 @@ HttpsResult::Outcome connectTcp(const std::string& host, const std::string& port
             int err = 0;
             socklen_t len = sizeof err;
             if (w == HttpsResult::Ok && ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len) == 0 && err == 0) {
+                // Every write is a whole message (CONNECT, a TLS flight, the request): no
+                // waiting for the peer's delayed ACK of the previous one.
+                const int one = 1;
+                ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
                 c->fd = fd;
                 return HttpsResult::Ok;
             }
