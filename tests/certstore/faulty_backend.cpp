@@ -1,0 +1,91 @@
+// A backing PKCS#11 module for tests of libzorvik-cryptoki: the module named by
+// FAULTY_BACKEND_TARGET (SoftHSM2) behind it, with faults a test switches on through
+// faulty_backend_set(). It counts the calls under way inside it and notes a C_Finalize that
+// arrives while any is.
+#include <p11-kit/pkcs11.h>
+
+#include <dlfcn.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#define EXPORT extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+CK_FUNCTION_LIST* target = nullptr;
+CK_FUNCTION_LIST table;
+std::atomic<int> growSlotListOnce{0};
+std::atomic<int> slowTokenInfoMs{0};
+std::atomic<int> callsInFlight{0};
+std::atomic<int> finalizedUnderCalls{0};
+
+struct InFlight
+{
+    InFlight() { ++callsInFlight; }
+    ~InFlight() { --callsInFlight; }
+};
+
+CK_RV getSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR list, CK_ULONG_PTR count)
+{
+    InFlight call;
+    // A slot came between the caller's count and this listing.
+    if (list && growSlotListOnce.exchange(0)) {
+        *count += 1;
+        return CKR_BUFFER_TOO_SMALL;
+    }
+    return target->C_GetSlotList(tokenPresent, list, count);
+}
+
+CK_RV getTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info)
+{
+    InFlight call;
+    if (const int ms = slowTokenInfoMs.load())
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    return target->C_GetTokenInfo(slot, info);
+}
+
+CK_RV finalize(CK_VOID_PTR reserved)
+{
+    if (callsInFlight.load() > 0)
+        ++finalizedUnderCalls;
+    return target->C_Finalize(reserved);
+}
+
+} // namespace
+
+EXPORT CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
+{
+    if (!target) {
+        const char* path = std::getenv("FAULTY_BACKEND_TARGET");
+        void* handle = path ? dlopen(path, RTLD_NOW | RTLD_LOCAL) : nullptr;
+        auto get = handle ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(handle, "C_GetFunctionList")) : nullptr;
+        if (!get || get(&target) != CKR_OK || !target)
+            return CKR_GENERAL_ERROR;
+        std::memcpy(&table, target, sizeof table);
+        table.C_GetSlotList = getSlotList;
+        table.C_GetTokenInfo = getTokenInfo;
+        table.C_Finalize = finalize;
+    }
+    *list = &table;
+    return CKR_OK;
+}
+
+EXPORT void faulty_backend_set(int growSlotList, int slowTokenInfo)
+{
+    growSlotListOnce = growSlotList;
+    slowTokenInfoMs = slowTokenInfo;
+}
+
+EXPORT int faulty_backend_calls_in_flight()
+{
+    return callsInFlight.load();
+}
+
+EXPORT int faulty_backend_finalized_under_calls()
+{
+    return finalizedUnderCalls.load();
+}
