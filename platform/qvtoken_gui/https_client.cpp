@@ -199,7 +199,7 @@ HttpsResult::Outcome tlsStep(SSL* ssl, int fd, Op op, int* result, Clock::time_p
 ProxySetting discoverProxy()
 {
     ProxySetting proxy;
-    if (const char* env = std::getenv("ZORVIK_PROXY"); env && std::strchr(env, ':')) {
+    if (const char* env = zorvik_platform::environment("ZORVIK_PROXY"); env && std::strchr(env, ':')) {
         const std::string v(env);
         const auto colon = v.find(':');
         proxy.host = v.substr(0, colon);
@@ -254,7 +254,7 @@ HttpsResult httpsPost(const std::string& url, const std::string& contentType, co
     std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> ctx(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     SSL_CTX_set_verify(ctx.get(), SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_default_verify_paths(ctx.get());
-    if (const char* extra = std::getenv("ZORVIK_EXTRA_CA"); extra && *extra)
+    if (const char* extra = zorvik_platform::environment("ZORVIK_EXTRA_CA"))
         SSL_CTX_load_verify_locations(ctx.get(), extra, nullptr);
     std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(ctx.get()), SSL_free);
     SSL_set_fd(ssl.get(), c.fd);

@@ -28,8 +28,8 @@ const char* const kComponent = "qvtoken_gui";
 
 std::string envOr(const char* name, const std::string& fallback)
 {
-    const char* v = std::getenv(name);
-    return (v && *v) ? std::string(v) : fallback;
+    const char* v = zorvik_platform::environment(name);
+    return v ? std::string(v) : fallback;
 }
 
 std::string keyServiceUrl()

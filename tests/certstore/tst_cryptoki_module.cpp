@@ -6,6 +6,7 @@
 #include <openssl/evp.h>
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
@@ -185,6 +186,8 @@ private slots:
     void noVantrelNoToken();
     void backendCannotBeLoaded();
     void finalizeWaitsForCallsUnderWay();
+    void refusesFilesNotItsOwn_data();
+    void refusesFilesNotItsOwn();
     void slotListingThatGrowsKeepsSessions();
 };
 
@@ -644,6 +647,56 @@ void TestCryptokiModule::slotListingThatGrowsKeepsSessions()
     C_Finalize(nullptr);
     token_->apply(true);
     QCOMPARE(C_Initialize(nullptr), CKR_OK);
+}
+
+void TestCryptokiModule::refusesFilesNotItsOwn_data()
+{
+    QTest::addColumn<bool>("counter");
+    QTest::addColumn<bool>("link");
+    QTest::newRow("PIN counter, a link") << true << true;
+    QTest::newRow("PIN counter, another user's") << true << false;
+    QTest::newRow("user log, a link") << false << true;
+    QTest::newRow("user log, another user's") << false << false;
+}
+
+// The module runs inside other users' programs: a state or log file that someone swapped
+// for a link, or for a file of their own, is never written through.
+void TestCryptokiModule::refusesFilesNotItsOwn()
+{
+    QFETCH(bool, counter);
+    QFETCH(bool, link);
+    if (!link && ::geteuid() != 0)
+        QSKIP("giving a file to another user needs root");
+    freshToken();
+    QCOMPARE(loginOnce("0000"), CKR_PIN_INVALID); // makes the counter and logs
+    QString path = home_.userLog();
+    if (counter) {
+        const QDir state(qEnvironmentVariable("ZORVIK_CRYPTOKI_STATE_DIR"));
+        const QStringList counters = state.entryList({"pin-failures-*"}, QDir::Files);
+        QCOMPARE(counters.size(), 1);
+        path = state.filePath(counters.first());
+    }
+    const QByteArray planted = "1\n";
+    const QString decoy = home_.path() + "/decoy";
+    QFile::remove(decoy);
+    QFile d(decoy);
+    QVERIFY(d.open(QIODevice::WriteOnly) && d.write(planted) == planted.size());
+    d.close();
+    QVERIFY(QFile::remove(path));
+    if (link) {
+        QVERIFY(QFile::link(decoy, path));
+    } else {
+        QVERIFY(QFile::copy(decoy, path));
+        QCOMPARE(::chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+    }
+
+    QCOMPARE(loginOnce("0000"), CKR_PIN_INVALID);
+    QFile written(link ? decoy : path);
+    QVERIFY(written.open(QIODevice::ReadOnly));
+    QCOMPARE(written.readAll(), planted);
+    QFile::remove(path);
+    if (counter)
+        QVERIFY(home_.readLog().contains("is a link or not our own file; it is left alone"));
 }
 
 QTEST_GUILESS_MAIN(TestCryptokiModule)
