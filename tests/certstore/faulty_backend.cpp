@@ -60,15 +60,29 @@ CK_RV finalize(CK_VOID_PTR reserved)
 EXPORT CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
 {
     if (!target) {
+        static CK_FUNCTION_LIST real;
         const char* path = std::getenv("FAULTY_BACKEND_TARGET");
         void* handle = path ? dlopen(path, RTLD_NOW | RTLD_LOCAL) : nullptr;
         auto get = handle ? reinterpret_cast<CK_C_GetFunctionList>(dlsym(handle, "C_GetFunctionList")) : nullptr;
-        if (!get || get(&target) != CKR_OK || !target)
+        CK_FUNCTION_LIST* theirs = nullptr;
+        if (!get || get(&theirs) != CKR_OK || !theirs)
             return CKR_GENERAL_ERROR;
-        std::memcpy(&table, target, sizeof table);
+        std::memcpy(&real, theirs, sizeof real);
+        // Without RTLD_DEEPBIND (sanitizer builds) the target's list may hold the same-named
+        // entry points of a module loaded before it: take those from the target itself.
+        Dl_info targetInfo{};
+        dladdr(reinterpret_cast<void*>(get), &targetInfo);
+        for (void** e = reinterpret_cast<void**>(&real.C_Initialize);
+             e != reinterpret_cast<void**>(&real.C_WaitForSlotEvent) + 1; ++e) {
+            Dl_info info{};
+            if (*e && dladdr(*e, &info) && info.dli_fbase != targetInfo.dli_fbase && info.dli_sname)
+                *e = dlsym(handle, info.dli_sname);
+        }
+        table = real;
         table.C_GetSlotList = getSlotList;
         table.C_GetTokenInfo = getTokenInfo;
         table.C_Finalize = finalize;
+        target = &real;
     }
     *list = &table;
     return CKR_OK;
