@@ -208,8 +208,10 @@ ProxySetting discoverProxy()
     }
     std::string value;
     bool enabled = false;
-    for (const std::string& line : zorvik_platform::readLines(zorvik_platform::userConfigDir() +
-                                                             "/com.zorvik.qvtransport.ini")) {
+    const std::string dir = zorvik_platform::userConfigDir();
+    // No per-user setting without a configuration directory (nor in secure mode).
+    for (const std::string& line :
+         dir.empty() ? std::vector<std::string>() : zorvik_platform::readLines(dir + "/com.zorvik.qvtransport.ini")) {
         const auto eq = line.find('=');
         if (eq == std::string::npos)
             continue;
