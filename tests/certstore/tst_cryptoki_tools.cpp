@@ -265,6 +265,8 @@ void TestCryptokiTools::setGidProgramIgnoresTheUsersEnvironment()
     QCOMPARE(plain.value("softhsm"), QString("1"));
     QCOMPARE(plain.value("tokens"), QString("1"));
     QCOMPARE(plain.value("user_log"), home_.userLog());
+    if (!setGid.contains("softhsm") && (r.output.startsWith("unshare:") || r.output.startsWith("mount:")))
+        QSKIP(qPrintable("no private mount namespace here: " + r.output));
     QVERIFY2(setGid.contains("softhsm"), qPrintable(r.output));
     QCOMPARE(setGid.value("softhsm"), QString("0"));
     QCOMPARE(setGid.value("tokens"), QString("0"));
