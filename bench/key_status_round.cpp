@@ -66,8 +66,8 @@ bool statusQuery(TokenStatus& status)
 }
 
 // The same key exchange through libqvtoken: find the key, read status and ATR, answer a
-// ticket.
-void rawKey(const QByteArray& ticket)
+// ticket. Returns the form that presents the answer to the key service.
+QByteArray rawKey(const QByteArray& ticket)
 {
     QElapsedTimer clock;
     clock.start();
@@ -75,15 +75,19 @@ void rawKey(const QByteArray& ticket)
     qvtoken_token_t token = qvtoken_findNextToken(search, 400);
     uint8_t atr[QVTOKEN_ATR_MAX];
     int atrLen = sizeof atr;
+    KeyStatusRecord record{};
     if (token)
-        qvtoken_getTokenStatus(token, atr, &atrLen);
+        record = qvtoken_getTokenStatus(token, atr, &atrLen);
     add("qvtoken_find_and_status", clock.nsecsElapsed() / 1000);
     clock.restart();
-    uint8_t answer[32];
+    uint8_t answer[32] = {};
     if (token)
         qvtoken_answerTicket(token, reinterpret_cast<const uint8_t*>(ticket.constData()), ticket.size(), answer);
     add("qvtoken_answerTicket", clock.nsecsElapsed() / 1000);
     qvtoken_destroySearch(search);
+    return "ticket=" + QUrl::toPercentEncoding(QString::fromLatin1(ticket)) + "&serial=" +
+           QByteArray(reinterpret_cast<const char*>(record.serial), sizeof record.serial).toHex().toUpper() +
+           "&answer=" + QByteArray(reinterpret_cast<const char*>(answer), sizeof answer).toHex().toUpper();
 }
 
 QByteArray roundTrip(QNetworkAccessManager& manager, const QString& path, const QByteArray& postBody,
@@ -131,9 +135,13 @@ int main(int argc, char** argv)
     roundTrip(kept, "/a/get-ticket/", QByteArray(), "warm-up");
     for (int i = 0; i < runs; ++i) {
         const QByteArray ticket = roundTrip(kept, "/a/get-ticket/", QByteArray(), "https_get_ticket_kept_alive");
-        rawKey(ticket);
-        roundTrip(kept, "/a/view.json", "ticket=" + QUrl::toPercentEncoding(QString::fromLatin1(ticket)),
-                  "https_view_json_kept_alive");
+        // The key service describes the key only for a ticket the key has answered.
+        roundTrip(kept, "/a/auth-ticket/", rawKey(ticket), "https_auth_ticket_kept_alive");
+        const QByteArray view = roundTrip(kept, "/a/view.json",
+                                          "ticket=" + QUrl::toPercentEncoding(QString::fromLatin1(ticket)),
+                                          "https_view_json_kept_alive");
+        if (!view.contains("\"error\": false"))
+            std::fprintf(stderr, "view.json: %s\n", view.constData());
     }
     figures.erase("warm-up");
 

@@ -5,18 +5,52 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace zorvik_platform {
 
+bool secureMode()
+{
+    return ::getauxval(AT_SECURE) != 0;
+}
+
+const char* environment(const char* name)
+{
+    const char* v = ::secure_getenv(name);
+    return v && *v ? v : nullptr;
+}
+
 std::string userConfigDir()
 {
-    if (const char* x = std::getenv("XDG_CONFIG_HOME"); x && *x)
+    if (const char* x = environment("XDG_CONFIG_HOME"))
         return std::string(x) + "/zorvik";
-    if (const char* h = std::getenv("HOME"); h && *h)
+    if (const char* h = environment("HOME"))
         return std::string(h) + "/.config/zorvik";
     return std::string();
+}
+
+int openOwnFile(const std::string& path, int flags, unsigned mode, bool* refused)
+{
+    if (refused)
+        *refused = false;
+    const int fd = ::open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, static_cast<mode_t>(mode));
+    if (fd < 0) {
+        // A symbolic link where our file should be.
+        if (errno == ELOOP && refused)
+            *refused = true;
+        return -1;
+    }
+    struct stat st{};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink != 1 || st.st_uid != ::geteuid()) {
+        ::close(fd);
+        if (refused)
+            *refused = true;
+        errno = EPERM;
+        return -1;
+    }
+    return fd;
 }
 
 bool makeDirs(const std::string& dir)

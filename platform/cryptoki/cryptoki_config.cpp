@@ -53,8 +53,8 @@ std::string defaultBackend()
 
 bool envFlag(const char* name)
 {
-    const char* v = std::getenv(name);
-    return v && *v && std::string(v) != "0";
+    const char* v = zorvik_platform::environment(name);
+    return v && std::string(v) != "0";
 }
 
 void parseConfig(const std::string& text, const std::string& origin, Config& config)
@@ -103,14 +103,14 @@ Config loadConfig()
         if (!path.empty() && readFile(path, text))
             parseConfig(text, path, config);
     }
-    if (const char* extra = std::getenv("ZORVIK_CRYPTOKI_CONF"); extra && *extra) {
+    if (const char* extra = zorvik_platform::environment("ZORVIK_CRYPTOKI_CONF")) {
         std::string text;
         if (readFile(extra, text))
             parseConfig(text, extra, config);
         else
             config.warnings.push_back(std::string("cannot read ZORVIK_CRYPTOKI_CONF file ") + extra);
     }
-    if (const char* backend = std::getenv("ZORVIK_CRYPTOKI_BACKEND"); backend && *backend) {
+    if (const char* backend = zorvik_platform::environment("ZORVIK_CRYPTOKI_BACKEND")) {
         config.backend = backend;
         config.backendFrom = "ZORVIK_CRYPTOKI_BACKEND";
     }

@@ -87,8 +87,7 @@ CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList);
 
 CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCount)
 {
-    if (!M().initialized())
-        return CKR_CRYPTOKI_NOT_INITIALIZED;
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     if (!pulCount)
         return CKR_ARGUMENTS_BAD;
     CK_ULONG n = 1;
@@ -114,6 +113,7 @@ CK_RV C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PT
 
 CK_RV C_GetSlotInfo(CK_SLOT_ID slotID, CK_SLOT_INFO_PTR pInfo)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     CK_RV rv = checkSlot(slotID);
     if (rv != CKR_OK)
         return rv;
@@ -138,6 +138,7 @@ CK_RV C_GetSlotInfo(CK_SLOT_ID slotID, CK_SLOT_INFO_PTR pInfo)
 
 CK_RV C_GetTokenInfo(CK_SLOT_ID slotID, CK_TOKEN_INFO_PTR pInfo)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     CK_SLOT_ID backendSlot = 0;
     CK_RV rv = tokenSlot(slotID, &backendSlot);
     if (rv != CKR_OK)
@@ -165,6 +166,7 @@ CK_RV C_GetTokenInfo(CK_SLOT_ID slotID, CK_TOKEN_INFO_PTR pInfo)
 
 CK_RV C_GetMechanismList(CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PTR pMechanismList, CK_ULONG_PTR pulCount)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     CK_SLOT_ID backendSlot = 0;
     const CK_RV rv = tokenSlot(slotID, &backendSlot);
     if (rv != CKR_OK)
@@ -174,6 +176,7 @@ CK_RV C_GetMechanismList(CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PTR pMechanismList
 
 CK_RV C_GetMechanismInfo(CK_SLOT_ID slotID, CK_MECHANISM_TYPE type, CK_MECHANISM_INFO_PTR pInfo)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     CK_SLOT_ID backendSlot = 0;
     const CK_RV rv = tokenSlot(slotID, &backendSlot);
     if (rv != CKR_OK)
@@ -183,6 +186,7 @@ CK_RV C_GetMechanismInfo(CK_SLOT_ID slotID, CK_MECHANISM_TYPE type, CK_MECHANISM
 
 CK_RV C_InitToken(CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen, CK_UTF8CHAR_PTR pLabel)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     CK_SLOT_ID backendSlot = 0;
     CK_RV rv = tokenSlot(slotID, &backendSlot);
     if (rv != CKR_OK)
@@ -199,6 +203,7 @@ CK_RV C_InitToken(CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen, CK
 
 CK_RV C_InitPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     if (check != CKR_OK)
         return check;
@@ -213,6 +218,7 @@ CK_RV C_InitPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPin
 CK_RV C_SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulOldLen, CK_UTF8CHAR_PTR pNewPin,
                CK_ULONG ulNewLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     if (check != CKR_OK)
         return check;
@@ -230,6 +236,7 @@ CK_RV C_SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulO
 CK_RV C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication, CK_NOTIFY Notify,
                     CK_SESSION_HANDLE_PTR phSession)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     CK_SLOT_ID backendSlot = 0;
     CK_RV rv = tokenSlot(slotID, &backendSlot);
     if (rv != CKR_OK)
@@ -245,8 +252,7 @@ CK_RV C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication,
 
 CK_RV C_CloseSession(CK_SESSION_HANDLE hSession)
 {
-    if (!M().initialized())
-        return CKR_CRYPTOKI_NOT_INITIALIZED;
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const auto all = M().sessions();
     if (std::find(all.begin(), all.end(), hSession) == all.end())
         return CKR_SESSION_HANDLE_INVALID;
@@ -257,6 +263,7 @@ CK_RV C_CloseSession(CK_SESSION_HANDLE hSession)
 
 CK_RV C_CloseAllSessions(CK_SLOT_ID slotID)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV rv = checkSlot(slotID);
     if (rv != CKR_OK)
         return rv;
@@ -267,6 +274,7 @@ CK_RV C_CloseAllSessions(CK_SLOT_ID slotID)
 
 CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     if (check != CKR_OK)
         return check;
@@ -278,18 +286,21 @@ CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo)
 
 CK_RV C_GetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState, CK_ULONG_PTR pulOperationStateLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_GetOperationState, hSession, pOperationState, pulOperationStateLen);
 }
 
 CK_RV C_SetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState, CK_ULONG ulOperationStateLen,
                           CK_OBJECT_HANDLE hEncryptionKey, CK_OBJECT_HANDLE hAuthenticationKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SetOperationState, hSession, pOperationState, ulOperationStateLen, hEncryptionKey,
                     hAuthenticationKey);
 }
 
 CK_RV C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     if (check != CKR_OK)
         return check;
@@ -298,6 +309,7 @@ CK_RV C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8CHAR_PTR
 
 CK_RV C_Logout(CK_SESSION_HANDLE hSession)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     M().wipePin();
     const CK_RV check = M().checkSession(hSession);
     if (check != CKR_OK)
@@ -308,50 +320,59 @@ CK_RV C_Logout(CK_SESSION_HANDLE hSession)
 CK_RV C_CreateObject(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount,
                      CK_OBJECT_HANDLE_PTR phObject)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_CreateObject, hSession, pTemplate, ulCount, phObject);
 }
 
 CK_RV C_CopyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount,
                    CK_OBJECT_HANDLE_PTR phNewObject)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_CopyObject, hSession, hObject, pTemplate, ulCount, phNewObject);
 }
 
 CK_RV C_DestroyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DestroyObject, hSession, hObject);
 }
 
 CK_RV C_GetObjectSize(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ULONG_PTR pulSize)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_GetObjectSize, hSession, hObject, pulSize);
 }
 
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate,
                           CK_ULONG ulCount)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_GetAttributeValue, hSession, hObject, pTemplate, ulCount);
 }
 
 CK_RV C_SetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate,
                           CK_ULONG ulCount)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SetAttributeValue, hSession, hObject, pTemplate, ulCount);
 }
 
 CK_RV C_FindObjectsInit(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_FindObjectsInit, hSession, pTemplate, ulCount);
 }
 
 CK_RV C_FindObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE_PTR phObject, CK_ULONG ulMaxObjectCount,
                     CK_ULONG_PTR pulObjectCount)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_FindObjects, hSession, phObject, ulMaxObjectCount, pulObjectCount);
 }
 
 CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE hSession)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     if (check != CKR_OK)
         return check;
@@ -360,165 +381,195 @@ CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE hSession)
 
 CK_RV C_EncryptInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_EncryptInit, hSession, pMechanism, hKey);
 }
 
 CK_RV C_Encrypt(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen, CK_BYTE_PTR pEncryptedData,
                 CK_ULONG_PTR pulEncryptedDataLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_Encrypt, hSession, pData, ulDataLen, pEncryptedData, pulEncryptedDataLen);
 }
 
 CK_RV C_EncryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen, CK_BYTE_PTR pEncryptedPart,
                       CK_ULONG_PTR pulEncryptedPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_EncryptUpdate, hSession, pPart, ulPartLen, pEncryptedPart, pulEncryptedPartLen);
 }
 
 CK_RV C_EncryptFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pLastEncryptedPart, CK_ULONG_PTR pulLastEncryptedPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_EncryptFinal, hSession, pLastEncryptedPart, pulLastEncryptedPartLen);
 }
 
 CK_RV C_DecryptInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DecryptInit, hSession, pMechanism, hKey);
 }
 
 CK_RV C_Decrypt(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedData, CK_ULONG ulEncryptedDataLen, CK_BYTE_PTR pData,
                 CK_ULONG_PTR pulDataLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_Decrypt, hSession, pEncryptedData, ulEncryptedDataLen, pData, pulDataLen);
 }
 
 CK_RV C_DecryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedPart, CK_ULONG ulEncryptedPartLen,
                       CK_BYTE_PTR pPart, CK_ULONG_PTR pulPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DecryptUpdate, hSession, pEncryptedPart, ulEncryptedPartLen, pPart, pulPartLen);
 }
 
 CK_RV C_DecryptFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pLastPart, CK_ULONG_PTR pulLastPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DecryptFinal, hSession, pLastPart, pulLastPartLen);
 }
 
 CK_RV C_DigestInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DigestInit, hSession, pMechanism);
 }
 
 CK_RV C_Digest(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen, CK_BYTE_PTR pDigest,
                CK_ULONG_PTR pulDigestLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_Digest, hSession, pData, ulDataLen, pDigest, pulDigestLen);
 }
 
 CK_RV C_DigestUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DigestUpdate, hSession, pPart, ulPartLen);
 }
 
 CK_RV C_DigestKey(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DigestKey, hSession, hKey);
 }
 
 CK_RV C_DigestFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pDigest, CK_ULONG_PTR pulDigestLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DigestFinal, hSession, pDigest, pulDigestLen);
 }
 
 CK_RV C_SignInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SignInit, hSession, pMechanism, hKey);
 }
 
 CK_RV C_Sign(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen, CK_BYTE_PTR pSignature,
              CK_ULONG_PTR pulSignatureLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_Sign, hSession, pData, ulDataLen, pSignature, pulSignatureLen);
 }
 
 CK_RV C_SignUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SignUpdate, hSession, pPart, ulPartLen);
 }
 
 CK_RV C_SignFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG_PTR pulSignatureLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SignFinal, hSession, pSignature, pulSignatureLen);
 }
 
 CK_RV C_SignRecoverInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SignRecoverInit, hSession, pMechanism, hKey);
 }
 
 CK_RV C_SignRecover(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen, CK_BYTE_PTR pSignature,
                     CK_ULONG_PTR pulSignatureLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SignRecover, hSession, pData, ulDataLen, pSignature, pulSignatureLen);
 }
 
 CK_RV C_VerifyInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_VerifyInit, hSession, pMechanism, hKey);
 }
 
 CK_RV C_Verify(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen, CK_BYTE_PTR pSignature,
                CK_ULONG ulSignatureLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_Verify, hSession, pData, ulDataLen, pSignature, ulSignatureLen);
 }
 
 CK_RV C_VerifyUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_VerifyUpdate, hSession, pPart, ulPartLen);
 }
 
 CK_RV C_VerifyFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_VerifyFinal, hSession, pSignature, ulSignatureLen);
 }
 
 CK_RV C_VerifyRecoverInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_VerifyRecoverInit, hSession, pMechanism, hKey);
 }
 
 CK_RV C_VerifyRecover(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen, CK_BYTE_PTR pData,
                       CK_ULONG_PTR pulDataLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_VerifyRecover, hSession, pSignature, ulSignatureLen, pData, pulDataLen);
 }
 
 CK_RV C_DigestEncryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen,
                             CK_BYTE_PTR pEncryptedPart, CK_ULONG_PTR pulEncryptedPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DigestEncryptUpdate, hSession, pPart, ulPartLen, pEncryptedPart, pulEncryptedPartLen);
 }
 
 CK_RV C_DecryptDigestUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedPart, CK_ULONG ulEncryptedPartLen,
                             CK_BYTE_PTR pPart, CK_ULONG_PTR pulPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DecryptDigestUpdate, hSession, pEncryptedPart, ulEncryptedPartLen, pPart, pulPartLen);
 }
 
 CK_RV C_SignEncryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen, CK_BYTE_PTR pEncryptedPart,
                           CK_ULONG_PTR pulEncryptedPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SignEncryptUpdate, hSession, pPart, ulPartLen, pEncryptedPart, pulEncryptedPartLen);
 }
 
 CK_RV C_DecryptVerifyUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedPart, CK_ULONG ulEncryptedPartLen,
                             CK_BYTE_PTR pPart, CK_ULONG_PTR pulPartLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DecryptVerifyUpdate, hSession, pEncryptedPart, ulEncryptedPartLen, pPart, pulPartLen);
 }
 
 CK_RV C_GenerateKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_ATTRIBUTE_PTR pTemplate,
                     CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_GenerateKey, hSession, pMechanism, pTemplate, ulCount, phKey);
 }
 
@@ -527,6 +578,7 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
                         CK_ULONG ulPrivateKeyAttributeCount, CK_OBJECT_HANDLE_PTR phPublicKey,
                         CK_OBJECT_HANDLE_PTR phPrivateKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_GenerateKeyPair, hSession, pMechanism, pPublicKeyTemplate, ulPublicKeyAttributeCount,
                     pPrivateKeyTemplate, ulPrivateKeyAttributeCount, phPublicKey, phPrivateKey);
 }
@@ -534,6 +586,7 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
 CK_RV C_WrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hWrappingKey,
                 CK_OBJECT_HANDLE hKey, CK_BYTE_PTR pWrappedKey, CK_ULONG_PTR pulWrappedKeyLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_WrapKey, hSession, pMechanism, hWrappingKey, hKey, pWrappedKey, pulWrappedKeyLen);
 }
 
@@ -541,6 +594,7 @@ CK_RV C_UnwrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OB
                   CK_BYTE_PTR pWrappedKey, CK_ULONG ulWrappedKeyLen, CK_ATTRIBUTE_PTR pTemplate,
                   CK_ULONG ulAttributeCount, CK_OBJECT_HANDLE_PTR phKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_UnwrapKey, hSession, pMechanism, hUnwrappingKey, pWrappedKey, ulWrappedKeyLen, pTemplate,
                     ulAttributeCount, phKey);
 }
@@ -548,35 +602,39 @@ CK_RV C_UnwrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OB
 CK_RV C_DeriveKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hBaseKey,
                   CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulAttributeCount, CK_OBJECT_HANDLE_PTR phKey)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_DeriveKey, hSession, pMechanism, hBaseKey, pTemplate, ulAttributeCount, phKey);
 }
 
 CK_RV C_SeedRandom(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSeed, CK_ULONG ulSeedLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_SeedRandom, hSession, pSeed, ulSeedLen);
 }
 
 CK_RV C_GenerateRandom(CK_SESSION_HANDLE hSession, CK_BYTE_PTR RandomData, CK_ULONG ulRandomLen)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     ZC_SESSION_CALL(C_GenerateRandom, hSession, RandomData, ulRandomLen);
 }
 
 CK_RV C_GetFunctionStatus(CK_SESSION_HANDLE hSession)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     return check != CKR_OK ? check : CKR_FUNCTION_NOT_PARALLEL;
 }
 
 CK_RV C_CancelFunction(CK_SESSION_HANDLE hSession)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     const CK_RV check = M().checkSession(hSession);
     return check != CKR_OK ? check : CKR_FUNCTION_NOT_PARALLEL;
 }
 
 CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, CK_VOID_PTR pReserved)
 {
-    if (!M().initialized())
-        return CKR_CRYPTOKI_NOT_INITIALIZED;
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     if (!pSlot || pReserved)
         return CKR_ARGUMENTS_BAD;
     const CK_RV rv = M().waitForEvent(flags & CKF_DONT_BLOCK);

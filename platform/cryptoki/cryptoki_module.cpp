@@ -13,6 +13,8 @@ namespace zcryptoki {
 namespace {
 // Set on the thread that is inside the backing module's C_Initialize.
 thread_local bool initializingThread = false;
+// Entry points under way on this thread (a backend calling back into us nests them).
+thread_local unsigned callsOnThisThread = 0;
 } // namespace
 
 
@@ -89,7 +91,26 @@ Module& Module::instance()
 bool Module::initialized()
 {
     std::lock_guard<std::mutex> lock(mutex_);
-    return initialized_;
+    return initialized_ && !finalizing_;
+}
+
+bool Module::enterCall()
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!initialized_ || finalizing_)
+        return false;
+    ++activeCalls_;
+    ++callsOnThisThread;
+    return true;
+}
+
+void Module::leaveCall()
+{
+    std::lock_guard<std::mutex> lock(mutex_);
+    --activeCalls_;
+    --callsOnThisThread;
+    if (finalizing_)
+        callsEnded_.notify_all();
 }
 
 CK_RV Module::initialize(CK_C_INITIALIZE_ARGS* args)
@@ -145,18 +166,23 @@ CK_RV Module::finalize()
     if (initializingThread)
         return CKR_CRYPTOKI_NOT_INITIALIZED;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (!initialized_)
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (!initialized_ || finalizing_)
             return CKR_CRYPTOKI_NOT_INITIALIZED;
+        // NSS cancels a C_WaitForSlotEvent by finalising from another thread: wake it, and
+        // let every call under way (bar this thread's own) leave the backend first.
+        finalizing_ = true;
+        wake_.notify_all();
+        callsEnded_.wait(lock, [&] { return activeCalls_ == callsOnThisThread; });
         closeSessionsLocked();
         pin_.clear();
         if (ownsBackendInit_)
             backend_->C_Finalize(nullptr);
         backend_.unload();
         initialized_ = false;
+        finalizing_ = false;
         haveLook_ = false;
     }
-    finalized_.notify_all();
     releasePublicData();
     releasePresence();
     logDebug("finalised");
@@ -202,15 +228,9 @@ CK_RV Module::lookAtKey(bool fresh, CK_SLOT_ID* backendSlot)
     } else if (card == CardState::Present) {
         // The key's token: the first initialised token of the backing module, or the one
         // carrying the configured label.
-        CK_ULONG count = 0;
         std::vector<CK_SLOT_ID> slots;
-        CK_RV lr = backend_->C_GetSlotList(CK_TRUE, nullptr, &count);
-        if (lr == CKR_OK && count > 0) {
-            slots.resize(count);
-            lr = backend_->C_GetSlotList(CK_TRUE, slots.data(), &count);
-            slots.resize(lr == CKR_OK ? count : 0);
-        }
-        if (lr != CKR_OK && lr != CKR_BUFFER_TOO_SMALL) {
+        const CK_RV lr = listBackendSlots(slots);
+        if (lr != CKR_OK) {
             logError("the backing module cannot list its slots, code " + hexCode(lr));
             rv = CKR_DEVICE_ERROR;
         }
@@ -230,7 +250,7 @@ CK_RV Module::lookAtKey(bool fresh, CK_SLOT_ID* backendSlot)
     }
 
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!initialized_)
+    if (!initialized_ || finalizing_)
         return CKR_CRYPTOKI_NOT_INITIALIZED;
     const bool wasThere = haveLook_ && lastRv_ == CKR_OK;
     const bool isThere = rv == CKR_OK;
@@ -261,6 +281,23 @@ CK_RV Module::lookAtKey(bool fresh, CK_SLOT_ID* backendSlot)
     lastLookAt_ = std::chrono::steady_clock::now();
     if (backendSlot)
         *backendSlot = slot;
+    return rv;
+}
+
+CK_RV Module::listBackendSlots(std::vector<CK_SLOT_ID>& slots)
+{
+    // A slot that comes between counting and listing (SoftHSM2 adds one whenever a token is
+    // initialised) makes the list too small: count again rather than report no token.
+    CK_RV rv = CKR_BUFFER_TOO_SMALL;
+    for (int attempt = 0; attempt < 5 && rv == CKR_BUFFER_TOO_SMALL; ++attempt) {
+        CK_ULONG count = 0;
+        rv = backend_->C_GetSlotList(CK_TRUE, nullptr, &count);
+        slots.assign(rv == CKR_OK ? count : 0, 0);
+        if (rv == CKR_OK && count > 0) {
+            rv = backend_->C_GetSlotList(CK_TRUE, slots.data(), &count);
+            slots.resize(rv == CKR_OK ? count : 0);
+        }
+    }
     return rv;
 }
 
@@ -379,16 +416,17 @@ CK_RV Module::waitForEvent(bool dontBlock)
     unsigned generation;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!initialized_)
+        if (!initialized_ || finalizing_)
             return CKR_CRYPTOKI_NOT_INITIALIZED;
         generation = generation_;
     }
+    const auto ended = [&] { return !initialized_ || finalizing_ || generation != generation_; };
     for (;;) {
         const CK_RV rv = lookAtKey(true);
         if (rv == CKR_CRYPTOKI_NOT_INITIALIZED)
             return rv;
         std::unique_lock<std::mutex> lock(mutex_);
-        if (!initialized_ || generation != generation_)
+        if (ended())
             return CKR_CRYPTOKI_NOT_INITIALIZED;
         const bool present = rv == CKR_OK;
         if (present != reportedPresent_) {
@@ -397,7 +435,7 @@ CK_RV Module::waitForEvent(bool dontBlock)
         }
         if (dontBlock)
             return CKR_NO_EVENT;
-        finalized_.wait_for(lock, kEventPoll, [&] { return !initialized_ || generation != generation_; });
+        wake_.wait_for(lock, kEventPoll, ended);
     }
 }
 

@@ -42,8 +42,15 @@ public:
     static Module& instance();
 
     CK_RV initialize(CK_C_INITIALIZE_ARGS* args);
+    // Refuses new calls, wakes C_WaitForSlotEvent and waits for every call under way (see
+    // ActiveCall) before it finalises the backing module: no call runs on into a backend
+    // that has been finalised under it.
     CK_RV finalize();
     bool initialized();
+    // An entry point starts and ends its work on the module; false when the module is not
+    // initialised or is being finalised.
+    bool enterCall();
+    void leaveCall();
     Backend& backend() { return backend_; }
     const Config& config() const { return config_; }
 
@@ -84,11 +91,16 @@ public:
 private:
     Module() = default;
     void closeSessionsLocked();
+    // The backing module's slots that hold a token.
+    CK_RV listBackendSlots(std::vector<CK_SLOT_ID>& slots);
 
     std::mutex mutex_;     // guards the members below
     std::mutex lookMutex_; // one look at the key at a time
-    std::condition_variable finalized_;
+    std::condition_variable wake_;     // C_WaitForSlotEvent: time to give up waiting
+    std::condition_variable callsEnded_;
     bool initialized_ = false;
+    bool finalizing_ = false;
+    unsigned activeCalls_ = 0;
     unsigned generation_ = 0; // counts C_Initialize calls, to end waits of an old one
     bool ownsBackendInit_ = false;
     Config config_;
@@ -105,6 +117,30 @@ private:
     bool reportedPresent_ = false; // the state C_WaitForSlotEvent last reported
     bool backendSlotLogged_ = false;
 };
+
+// Held by an entry point for its whole length, so that C_Finalize waits for it.
+class ActiveCall
+{
+public:
+    ActiveCall() : entered_(Module::instance().enterCall()) {}
+    ~ActiveCall()
+    {
+        if (entered_)
+            Module::instance().leaveCall();
+    }
+    ActiveCall(const ActiveCall&) = delete;
+    ActiveCall& operator=(const ActiveCall&) = delete;
+    explicit operator bool() const { return entered_; }
+
+private:
+    const bool entered_;
+};
+
+// Starts an entry point: returns `failure` unless the module is initialised.
+#define ZC_ENTER(failure)                                                                                              \
+    const zcryptoki::ActiveCall activeCall_;                                                                           \
+    if (!activeCall_)                                                                                                  \
+    return failure
 
 // Called by C_Finalize: drops the public token data handed out last.
 void releasePublicData();

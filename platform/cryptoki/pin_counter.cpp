@@ -1,5 +1,6 @@
 #include "pin_counter.h"
 
+#include "cryptoki_log.h"
 #include "platform_files.h"
 
 #include <fcntl.h>
@@ -31,15 +32,19 @@ int readCount(int fd)
 
 std::string stateDirectory()
 {
-    if (const char* own = std::getenv("ZORVIK_CRYPTOKI_STATE_DIR"); own && *own)
+    // A set-uid or set-gid program keeps its counts in a place of the system, which only
+    // the privileged can create.
+    if (zorvik_platform::secureMode())
+        return "/var/lib/zorvik/cryptoki";
+    if (const char* own = zorvik_platform::environment("ZORVIK_CRYPTOKI_STATE_DIR"))
         return own;
-    const char* xdg = std::getenv("XDG_STATE_HOME");
+    const char* xdg = zorvik_platform::environment("XDG_STATE_HOME");
     std::string base;
-    if (xdg && *xdg) {
+    if (xdg) {
         base = xdg;
     } else {
-        const char* home = std::getenv("HOME");
-        base = std::string(home && *home ? home : "/tmp") + "/.local/state";
+        const char* home = zorvik_platform::environment("HOME");
+        base = std::string(home ? home : "/tmp") + "/.local/state";
     }
     return base + "/zorvik/cryptoki";
 }
@@ -55,11 +60,20 @@ void PinCounter::configure(const std::string& tokenKey, int limit)
     path_ = safe.empty() ? std::string() : stateDirectory() + "/pin-failures-" + safe;
 }
 
+int PinCounter::open(int flags) const
+{
+    bool refused = false;
+    const int fd = zorvik_platform::openOwnFile(path_, flags, 0600, &refused);
+    if (refused)
+        logWarning("the PIN counter " + path_ + " is a link or not our own file; it is left alone");
+    return fd;
+}
+
 int PinCounter::failures() const
 {
     if (!enabled())
         return 0;
-    const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = open(O_RDONLY);
     if (fd < 0)
         return 0;
     ::flock(fd, LOCK_SH);
@@ -73,9 +87,9 @@ int PinCounter::update(int (*change)(int))
     if (!enabled())
         return 0;
     const auto slash = path_.find_last_of('/');
-    int fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    int fd = open(O_RDWR | O_CREAT);
     if (fd < 0 && errno == ENOENT && zorvik_platform::makeDirs(path_.substr(0, slash)))
-        fd = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        fd = open(O_RDWR | O_CREAT);
     if (fd < 0)
         return 0;
     ::flock(fd, LOCK_EX);

@@ -22,12 +22,15 @@ public:
 private:
     // Applies `change` to the stored count under an exclusive file lock; returns the result.
     int update(int (*change)(int));
+    // The counter file, refused (and logged) when it is a link or not our own.
+    int open(int flags) const;
 
     std::string path_;
     int limit_ = 0;
 };
 
-// $ZORVIK_CRYPTOKI_STATE_DIR, else ${XDG_STATE_HOME:-$HOME/.local/state}/zorvik/cryptoki
+// $ZORVIK_CRYPTOKI_STATE_DIR, else ${XDG_STATE_HOME:-$HOME/.local/state}/zorvik/cryptoki;
+// /var/lib/zorvik/cryptoki in a set-uid or set-gid program.
 std::string stateDirectory();
 
 } // namespace zcryptoki

@@ -552,13 +552,13 @@ extern "C" {
 
 CK_ULONG C_GetAvailableTokensCount(void)
 {
-    if (!M().initialized())
-        return 0;
+    ZC_ENTER(0);
     return M().lookAtKey(true) == CKR_OK ? 1 : 0;
 }
 
 CK_RV C_GetPublicTokenData(CK_SLOT_ID slot, ZorvikPublicTokenData** data)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     if (!data)
         return CKR_ARGUMENTS_BAD;
     std::lock_guard<std::mutex> lock(vendorMutex());
@@ -588,6 +588,7 @@ CK_RV C_GetPublicTokenData(CK_SLOT_ID slot, ZorvikPublicTokenData** data)
 
 CK_RV C_SetTokenPassword(CK_SLOT_ID slot, const char* pin, CK_ULONG pinLength)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     if (!pin && pinLength > 0)
         return CKR_ARGUMENTS_BAD;
     CK_SLOT_ID backendSlot = 0;
@@ -610,6 +611,7 @@ CK_RV C_SetTokenPassword(CK_SLOT_ID slot, const char* pin, CK_ULONG pinLength)
 CK_RV C_ImportCertAndKey(CK_SLOT_ID slot, const char* name, CK_ULONG nameLength, const unsigned char* der,
                          CK_ULONG derLength, ZorvikRsaKeyParts keyParts)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     std::lock_guard<std::mutex> lock(vendorMutex());
     CK_SLOT_ID backendSlot = 0;
     CK_RV rv = vendorToken(slot, &backendSlot);
@@ -637,6 +639,7 @@ CK_RV C_ImportCertAndKey(CK_SLOT_ID slot, const char* name, CK_ULONG nameLength,
 
 CK_RV C_RemoveContainerByID(CK_SLOT_ID slot, const unsigned char* id, CK_ULONG idLength)
 {
+    ZC_ENTER(CKR_CRYPTOKI_NOT_INITIALIZED);
     if (!id || idLength == 0)
         return CKR_ARGUMENTS_BAD;
     std::lock_guard<std::mutex> lock(vendorMutex());

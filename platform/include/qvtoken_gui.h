@@ -37,7 +37,9 @@ qvtoken_gui_instance_t qvtoken_gui_create_instance(void);
 int qvtoken_gui_authenticate(qvtoken_gui_instance_t instance, const char* ticket, int flags,
                              qvtoken_gui_callback_t callback, void* context);
 
-/* Cancels a running authentication without calling back, and frees the instance. */
+/* Cancels a running authentication without calling back, waits for the library's thread to
+ * end, and frees the instance. A callback under way is waited for; a key still in the middle
+ * of answering the ticket, at most 3 seconds. May be called from the callback itself. */
 void qvtoken_gui_release_instance(qvtoken_gui_instance_t instance);
 
 /* 0 and the value on success; -1 when the parameter is unknown, not set, or (for parameter 8)

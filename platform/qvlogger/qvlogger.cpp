@@ -26,14 +26,17 @@ const char* const kLevelNames[] = {"CRIT", "ERROR", "WARNING", "NOTICE", "INFO",
 
 std::string envOr(const char* name, const std::string& fallback)
 {
-    const char* v = std::getenv(name);
-    return (v && *v) ? std::string(v) : fallback;
+    const char* v = zorvik_platform::environment(name);
+    return v ? std::string(v) : fallback;
 }
 
+// Empty in secure mode: a set-uid or set-gid program logs to the system log only.
 std::string userLogDir()
 {
-    if (const char* d = std::getenv("ZORVIK_LOG_DIR"); d && *d)
+    if (const char* d = zorvik_platform::environment("ZORVIK_LOG_DIR"))
         return d;
+    if (zorvik_platform::secureMode())
+        return std::string();
     std::string state = envOr("XDG_STATE_HOME", "");
     if (state.empty())
         state = envOr("HOME", "/tmp") + "/.local/state";
@@ -47,7 +50,7 @@ std::string systemLogDir()
 
 struct Paths {
     std::string userDir = userLogDir();
-    std::string userLog = userDir + "/dashboard.log";
+    std::string userLog = userDir.empty() ? userDir : userDir + "/dashboard.log";
     std::string systemDir = systemLogDir();
     std::string systemLog = systemDir + "/dashboard.log";
 };
@@ -66,12 +69,15 @@ std::mutex& writeMutex()
 }
 
 // Appends one complete line. The file is opened by path for every line, so a file that
-// was renamed away (rotation) is recreated at the path by the next line.
+// was renamed away (rotation) is recreated at the path by the next line. A link or a file
+// of another user at the path is not written to.
 bool appendLine(const std::string& dir, const std::string& path, const std::string& line)
 {
-    int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+    if (path.empty())
+        return false;
+    int fd = zorvik_platform::openOwnFile(path, O_WRONLY | O_APPEND | O_CREAT, 0600);
     if (fd < 0 && errno == ENOENT && zorvik_platform::makeDirs(dir))
-        fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        fd = zorvik_platform::openOwnFile(path, O_WRONLY | O_APPEND | O_CREAT, 0600);
     if (fd < 0)
         return false;
     ::flock(fd, LOCK_EX);

@@ -9,6 +9,8 @@
 
 #include <fcntl.h>
 #include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -101,6 +103,10 @@ HttpsResult::Outcome connectTcp(const std::string& host, const std::string& port
             int err = 0;
             socklen_t len = sizeof err;
             if (w == HttpsResult::Ok && ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len) == 0 && err == 0) {
+                // Every write is a whole message (CONNECT, a TLS flight, the request): no
+                // waiting for the peer's delayed ACK of the previous one.
+                const int one = 1;
+                ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
                 c->fd = fd;
                 return HttpsResult::Ok;
             }
@@ -193,7 +199,7 @@ HttpsResult::Outcome tlsStep(SSL* ssl, int fd, Op op, int* result, Clock::time_p
 ProxySetting discoverProxy()
 {
     ProxySetting proxy;
-    if (const char* env = std::getenv("ZORVIK_PROXY"); env && std::strchr(env, ':')) {
+    if (const char* env = zorvik_platform::environment("ZORVIK_PROXY"); env && std::strchr(env, ':')) {
         const std::string v(env);
         const auto colon = v.find(':');
         proxy.host = v.substr(0, colon);
@@ -202,8 +208,10 @@ ProxySetting discoverProxy()
     }
     std::string value;
     bool enabled = false;
-    for (const std::string& line : zorvik_platform::readLines(zorvik_platform::userConfigDir() +
-                                                             "/com.zorvik.qvtransport.ini")) {
+    const std::string dir = zorvik_platform::userConfigDir();
+    // No per-user setting without a configuration directory (nor in secure mode).
+    for (const std::string& line :
+         dir.empty() ? std::vector<std::string>() : zorvik_platform::readLines(dir + "/com.zorvik.qvtransport.ini")) {
         const auto eq = line.find('=');
         if (eq == std::string::npos)
             continue;
@@ -248,7 +256,7 @@ HttpsResult httpsPost(const std::string& url, const std::string& contentType, co
     std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> ctx(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
     SSL_CTX_set_verify(ctx.get(), SSL_VERIFY_PEER, nullptr);
     SSL_CTX_set_default_verify_paths(ctx.get());
-    if (const char* extra = std::getenv("ZORVIK_EXTRA_CA"); extra && *extra)
+    if (const char* extra = zorvik_platform::environment("ZORVIK_EXTRA_CA"))
         SSL_CTX_load_verify_locations(ctx.get(), extra, nullptr);
     std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(ctx.get()), SSL_free);
     SSL_set_fd(ssl.get(), c.fd);

@@ -7,13 +7,18 @@
 #include "key_answer.h"
 #include "qvlogger.h"
 
+#include <json/json.h>
+
 #include <atomic>
 #include <cctype>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <thread>
 
 
@@ -23,8 +28,8 @@ const char* const kComponent = "qvtoken_gui";
 
 std::string envOr(const char* name, const std::string& fallback)
 {
-    const char* v = std::getenv(name);
-    return (v && *v) ? std::string(v) : fallback;
+    const char* v = zorvik_platform::environment(name);
+    return v ? std::string(v) : fallback;
 }
 
 std::string keyServiceUrl()
@@ -57,84 +62,124 @@ std::string formEncode(const std::string& s)
     return out;
 }
 
-// Reads "code" and "text" from the key service's small JSON answer
-// {"code": 200, "text": "..."}; false when they are not there.
+// Reads "code" (an integer) and "text" (a string, may be missing) from the key service's
+// answer {"code": 200, "text": "..."}; false for any other shape.
 bool parseAnswer(const std::string& body, int* code, std::string* text)
 {
-    const auto c = body.find("\"code\"");
-    if (c == std::string::npos)
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value root;
+    try {
+        // jsoncpp throws rather than answers false for nesting beyond its stack limit.
+        if (!reader->parse(body.data(), body.data() + body.size(), &root, nullptr) || !root.isObject())
+            return false;
+    } catch (const Json::Exception&) {
         return false;
-    const auto colon = body.find(':', c);
-    if (colon == std::string::npos)
-        return false;
-    char* end = nullptr;
-    const long value = std::strtol(body.c_str() + colon + 1, &end, 10);
-    if (end == body.c_str() + colon + 1)
-        return false;
-    *code = static_cast<int>(value);
-    text->clear();
-    const auto t = body.find("\"text\"");
-    if (t != std::string::npos) {
-        auto q = body.find('"', body.find(':', t) + 1);
-        if (q != std::string::npos) {
-            for (++q; q < body.size() && body[q] != '"'; ++q) {
-                if (body[q] == '\\' && q + 1 < body.size())
-                    ++q;
-                *text += body[q];
-            }
-        }
     }
+    const Json::Value& c = root["code"];
+    const Json::Value& t = root["text"];
+    if (!c.isInt() || !(t.isNull() || t.isString()))
+        return false;
+    *code = c.asInt();
+    *text = t.isString() ? t.asString() : std::string();
     return true;
 }
 
-// Shared between the instance and its worker thread, which may outlive a release.
+// How long a release waits for a worker that is still talking to the key (the network
+// part notices a cancellation within 100 ms; a card in the middle of an APDU does not).
+constexpr std::chrono::seconds kReleaseWait(3);
+
+// One authentication, shared by the instance and its worker thread: everything the worker
+// touches once it may have been cancelled is in here.
 struct Exchange {
-    std::mutex callbackMutex;
+    enum Stage { Working, CallingBack, Done };
+    std::mutex mutex; // guards `stage`, and the decision to call back
+    std::condition_variable stageChanged;
+    Stage stage = Working;
     std::atomic<bool> cancelled{false};
-    std::thread::id worker;
 };
 
 struct Instance {
     std::shared_ptr<Exchange> exchange;
+    std::thread worker;
 };
+
+void finish(Exchange& ex, int code, const std::string& text, qvtoken_gui_callback_t callback, void* context)
+{
+    std::unique_lock<std::mutex> lock(ex.mutex);
+    if (!ex.cancelled) {
+        ex.stage = Exchange::CallingBack;
+        qvlogger_log(QVLOGGER_DEBUG, kComponent, "ticket authentication result %d", code);
+        callback(code, text.c_str(), context);
+    }
+    ex.stage = Exchange::Done;
+    ex.stageChanged.notify_all();
+}
 
 void runExchange(std::shared_ptr<Exchange> ex, std::string ticket, qvtoken_gui_callback_t callback, void* context)
 {
+    KeyAnswer answer;
+    const bool answered = answerTicket(ticket, &answer);
+    if (ex->cancelled)
+        return finish(*ex, 0, std::string(), callback, context);
+    if (!answered)
+        return finish(*ex, QVTOKEN_GUI_NO_KEY, "No Vantrel answered the ticket", callback, context);
+
+    const std::string body = "ticket=" + formEncode(ticket) + "&serial=" + answer.serialHex +
+                             "&answer=" + answer.proofHex;
+    const auto reply = qvtoken_gui::httpsPost(keyServiceUrl() + "/a/auth-ticket/",
+                                              "application/x-www-form-urlencoded", body, timeoutMs(), ex->cancelled);
     int code = QVTOKEN_GUI_BAD_REPLY;
     std::string text;
-
-    KeyAnswer answer;
-    if (!answerTicket(ticket, &answer)) {
-        code = QVTOKEN_GUI_NO_KEY;
-        text = "No Vantrel answered the ticket";
-    } else {
-        const std::string body = "ticket=" + formEncode(ticket) + "&serial=" + answer.serialHex +
-                                 "&answer=" + answer.proofHex;
-        const auto reply = qvtoken_gui::httpsPost(keyServiceUrl() + "/a/auth-ticket/",
-                                                  "application/x-www-form-urlencoded", body, timeoutMs(), ex->cancelled);
-        switch (reply.outcome) {
-        case qvtoken_gui::HttpsResult::Cancelled:
-            return; // released: no callback
-        case qvtoken_gui::HttpsResult::TimedOut:
-            code = QVTOKEN_GUI_TIMEOUT;
-            text = "Timeout waiting for the key service";
-            break;
-        case qvtoken_gui::HttpsResult::NetworkError:
-            code = QVTOKEN_GUI_NETWORK;
-            text = reply.error;
-            break;
-        case qvtoken_gui::HttpsResult::Ok:
-            if (!parseAnswer(reply.body, &code, &text)) {
-                code = reply.status == 200 ? QVTOKEN_GUI_BAD_REPLY : reply.status;
-                text = "Unexpected key service answer, HTTP " + std::to_string(reply.status);
-            }
-            break;
+    switch (reply.outcome) {
+    case qvtoken_gui::HttpsResult::Cancelled:
+        break; // released: finish() calls nobody back
+    case qvtoken_gui::HttpsResult::TimedOut:
+        code = QVTOKEN_GUI_TIMEOUT;
+        text = "Timeout waiting for the key service";
+        break;
+    case qvtoken_gui::HttpsResult::NetworkError:
+        code = QVTOKEN_GUI_NETWORK;
+        text = reply.error;
+        break;
+    case qvtoken_gui::HttpsResult::Ok:
+        if (!parseAnswer(reply.body, &code, &text)) {
+            code = reply.status == 200 ? QVTOKEN_GUI_BAD_REPLY : reply.status;
+            text = "Unexpected key service answer, HTTP " + std::to_string(reply.status);
         }
+        break;
     }
-    qvlogger_log(QVLOGGER_DEBUG, kComponent, "ticket authentication result %d", code);
-    std::lock_guard<std::mutex> lock(ex->callbackMutex);
-    if (!ex->cancelled)
-        callback(code, text.c_str(), context);
+    finish(*ex, code, text, callback, context);
+}
+
+// Cancels the instance's exchange and ends its worker. A callback under way is waited for,
+// however long it takes; a worker still busy with the key after kReleaseWait is left to end
+// by itself, touching nothing but its Exchange once it sees the cancellation.
+void stopWorker(Instance& inst)
+{
+    if (!inst.worker.joinable())
+        return;
+    Exchange& ex = *inst.exchange;
+    if (inst.worker.get_id() == std::this_thread::get_id()) {
+        // Released from its own callback: the worker ends as soon as the callback returns.
+        ex.cancelled = true;
+        inst.worker.detach();
+        return;
+    }
+    std::unique_lock<std::mutex> lock(ex.mutex);
+    ex.cancelled = true;
+    const auto done = [&] { return ex.stage == Exchange::Done; };
+    if (!ex.stageChanged.wait_for(lock, kReleaseWait, done) && ex.stage == Exchange::CallingBack)
+        ex.stageChanged.wait(lock, done);
+    if (ex.stage == Exchange::Done) {
+        lock.unlock();
+        inst.worker.join();
+        return;
+    }
+    lock.unlock();
+    qvlogger_log(QVLOGGER_WARNING, kComponent, "the key has not finished answering a cancelled ticket; "
+                                               "its worker ends on its own");
+    inst.worker.detach();
 }
 
 // Parameter storage: 8 per user, 9 system-wide.
@@ -177,12 +222,25 @@ extern "C" int qvtoken_gui_authenticate(qvtoken_gui_instance_t instance, const c
 {
     (void)flags;
     auto* inst = static_cast<Instance*>(instance);
-    if (!inst || !ticket || !callback || inst->exchange)
+    if (!inst || !ticket || !callback)
         return -1;
+    if (inst->exchange) {
+        // From its own callback the exchange is still under way (and holds its mutex).
+        if (inst->worker.get_id() == std::this_thread::get_id())
+            return -1;
+        std::unique_lock<std::mutex> lock(inst->exchange->mutex);
+        if (inst->exchange->stage != Exchange::Done)
+            return -1;
+        lock.unlock();
+        inst->worker.join();
+    }
     inst->exchange = std::make_shared<Exchange>();
-    std::thread worker(runExchange, inst->exchange, std::string(ticket), callback, context);
-    inst->exchange->worker = worker.get_id();
-    worker.detach();
+    try {
+        inst->worker = std::thread(runExchange, inst->exchange, std::string(ticket), callback, context);
+    } catch (const std::system_error&) {
+        inst->exchange.reset();
+        return -1;
+    }
     return 0;
 }
 
@@ -191,12 +249,7 @@ extern "C" void qvtoken_gui_release_instance(qvtoken_gui_instance_t instance)
     auto* inst = static_cast<Instance*>(instance);
     if (!inst)
         return;
-    if (inst->exchange) {
-        inst->exchange->cancelled = true;
-        // Waits for a callback that is running right now, unless it is the caller.
-        if (inst->exchange->worker != std::this_thread::get_id())
-            std::lock_guard<std::mutex> lock(inst->exchange->callbackMutex);
-    }
+    stopWorker(*inst);
     delete inst;
 }
 

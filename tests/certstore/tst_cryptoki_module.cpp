@@ -5,9 +5,14 @@
 
 #include <openssl/evp.h>
 
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <thread>
 
 #include "softhsm_token.h"
 #include "test_credential.h"
@@ -126,6 +131,27 @@ CK_RV loginOnce(const QByteArray& pin)
     return asDashboard(pin, [] { return CKR_OK; });
 }
 
+// The control calls of tests/certstore/faulty_backend.cpp, once the module has loaded it.
+struct FaultyBackend
+{
+    void (*set)(int growSlotListOnce, int slowTokenInfoMs) = nullptr;
+    int (*callsInFlight)() = nullptr;
+    int (*finalizedUnderCalls)() = nullptr;
+
+    bool resolve()
+    {
+        void* handle = dlopen(FAULTY_BACKEND, RTLD_NOW | RTLD_NOLOAD);
+        if (!handle)
+            return false;
+        set = reinterpret_cast<decltype(set)>(dlsym(handle, "faulty_backend_set"));
+        callsInFlight = reinterpret_cast<decltype(callsInFlight)>(dlsym(handle, "faulty_backend_calls_in_flight"));
+        finalizedUnderCalls =
+            reinterpret_cast<decltype(finalizedUnderCalls)>(dlsym(handle, "faulty_backend_finalized_under_calls"));
+        dlclose(handle);
+        return set && callsInFlight && finalizedUnderCalls;
+    }
+};
+
 } // namespace
 
 class TestCryptokiModule : public QObject
@@ -137,6 +163,8 @@ private:
     void freshToken(const QString& pin = kPin);
     // Objects under `id` as SoftHSM2 itself holds them (private keys included).
     int backendObjectsWithId(const QByteArray& id);
+    // The module initialised anew over the faulty backend, in front of the current token.
+    void overFaultyBackend(FaultyBackend* faults);
 
     static constexpr const char* kPin = "8642097531";
     TestHome home_;
@@ -157,6 +185,10 @@ private slots:
     void lockingCanBeLeftToTheBackend();
     void noVantrelNoToken();
     void backendCannotBeLoaded();
+    void finalizeWaitsForCallsUnderWay();
+    void refusesFilesNotItsOwn_data();
+    void refusesFilesNotItsOwn();
+    void slotListingThatGrowsKeepsSessions();
 };
 
 void TestCryptokiModule::initTestCase()
@@ -188,6 +220,16 @@ void TestCryptokiModule::freshToken(const QString& pin)
     QVERIFY2(token_->isValid(), qPrintable(token_->errorText()));
     token_->apply(true);
     QCOMPARE(C_Initialize(nullptr), CKR_OK);
+}
+
+void TestCryptokiModule::overFaultyBackend(FaultyBackend* faults)
+{
+    C_Finalize(nullptr);
+    qputenv("FAULTY_BACKEND_TARGET", SoftHsmToken::backendPath().toLocal8Bit());
+    qputenv("ZORVIK_CRYPTOKI_BACKEND", FAULTY_BACKEND);
+    QCOMPARE(C_Initialize(nullptr), CKR_OK);
+    QVERIFY(faults->resolve());
+    faults->set(0, 0);
 }
 
 int TestCryptokiModule::backendObjectsWithId(const QByteArray& id)
@@ -562,6 +604,99 @@ void TestCryptokiModule::backendCannotBeLoaded()
     token_->apply(true);
     QCOMPARE(C_Initialize(nullptr), CKR_OK);
     QCOMPARE(C_GetAvailableTokensCount(), CK_ULONG(1));
+}
+
+// NSS ends a thread's C_WaitForSlotEvent by finalising from another thread: the waiter is
+// woken, and the backing module is finalised only once no call is left inside it.
+void TestCryptokiModule::finalizeWaitsForCallsUnderWay()
+{
+    FaultyBackend faults;
+    overFaultyBackend(&faults);
+    faults.set(0, 300); // every look at the token stays 300 ms inside the backing module
+    std::atomic<CK_RV> waited{CKR_OK};
+    std::thread waiter([&] {
+        CK_SLOT_ID slot = 0;
+        waited = C_WaitForSlotEvent(0, &slot, nullptr);
+    });
+    QTRY_VERIFY(faults.callsInFlight() > 0);
+    const CK_RV finalized = C_Finalize(nullptr);
+    waiter.join();
+    QCOMPARE(finalized, CKR_OK);
+    QCOMPARE(waited.load(), CKR_CRYPTOKI_NOT_INITIALIZED);
+    QCOMPARE(faults.finalizedUnderCalls(), 0);
+    token_->apply(true);
+    QCOMPARE(C_Initialize(nullptr), CKR_OK);
+}
+
+// A slot that appears between the backing module's count and its listing is no reason to
+// think the key's token gone.
+void TestCryptokiModule::slotListingThatGrowsKeepsSessions()
+{
+    FaultyBackend faults;
+    overFaultyBackend(&faults);
+    CK_SESSION_HANDLE session = 0;
+    QCOMPARE(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+    faults.set(1, 0);
+    CK_ULONG n = 0;
+    QCOMPARE(C_GetSlotList(CK_TRUE, nullptr, &n), CKR_OK);
+    QCOMPARE(n, CK_ULONG(1));
+    CK_SESSION_INFO info{};
+    QCOMPARE(C_GetSessionInfo(session, &info), CKR_OK);
+    QVERIFY(!home_.readLog().contains("the key's token is gone"));
+    C_CloseSession(session);
+    C_Finalize(nullptr);
+    token_->apply(true);
+    QCOMPARE(C_Initialize(nullptr), CKR_OK);
+}
+
+void TestCryptokiModule::refusesFilesNotItsOwn_data()
+{
+    QTest::addColumn<bool>("counter");
+    QTest::addColumn<bool>("link");
+    QTest::newRow("PIN counter, a link") << true << true;
+    QTest::newRow("PIN counter, another user's") << true << false;
+    QTest::newRow("user log, a link") << false << true;
+    QTest::newRow("user log, another user's") << false << false;
+}
+
+// The module runs inside other users' programs: a state or log file that someone swapped
+// for a link, or for a file of their own, is never written through.
+void TestCryptokiModule::refusesFilesNotItsOwn()
+{
+    QFETCH(bool, counter);
+    QFETCH(bool, link);
+    if (!link && ::geteuid() != 0)
+        QSKIP("giving a file to another user needs root");
+    freshToken();
+    QCOMPARE(loginOnce("0000"), CKR_PIN_INVALID); // makes the counter and logs
+    QString path = home_.userLog();
+    if (counter) {
+        const QDir state(qEnvironmentVariable("ZORVIK_CRYPTOKI_STATE_DIR"));
+        const QStringList counters = state.entryList({"pin-failures-*"}, QDir::Files);
+        QCOMPARE(counters.size(), 1);
+        path = state.filePath(counters.first());
+    }
+    const QByteArray planted = "1\n";
+    const QString decoy = home_.path() + "/decoy";
+    QFile::remove(decoy);
+    QFile d(decoy);
+    QVERIFY(d.open(QIODevice::WriteOnly) && d.write(planted) == planted.size());
+    d.close();
+    QVERIFY(QFile::remove(path));
+    if (link) {
+        QVERIFY(QFile::link(decoy, path));
+    } else {
+        QVERIFY(QFile::copy(decoy, path));
+        QCOMPARE(::chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+    }
+
+    QCOMPARE(loginOnce("0000"), CKR_PIN_INVALID);
+    QFile written(link ? decoy : path);
+    QVERIFY(written.open(QIODevice::ReadOnly));
+    QCOMPARE(written.readAll(), planted);
+    QFile::remove(path);
+    if (counter)
+        QVERIFY(home_.readLog().contains("is a link or not our own file; it is left alone"));
 }
 
 QTEST_GUILESS_MAIN(TestCryptokiModule)

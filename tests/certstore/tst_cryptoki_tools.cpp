@@ -4,6 +4,9 @@
 
 #include <memory>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "softhsm_token.h"
 #include "test_credential.h"
 #include "test_support.h"
@@ -33,6 +36,18 @@ Run run(const QString& program, const QStringList& args, const QProcessEnvironme
     return r;
 }
 
+// The probe's "name=value" lines.
+QMap<QString, QString> probeAnswers(const Run& r)
+{
+    QMap<QString, QString> answers;
+    for (const QString& line : r.output.split('\n')) {
+        const int eq = line.indexOf('=');
+        if (eq > 0)
+            answers[line.left(eq)] = line.mid(eq + 1);
+    }
+    return answers;
+}
+
 } // namespace
 
 class TestCryptokiTools : public QObject
@@ -57,6 +72,8 @@ private slots:
     void nssWithoutCardsSeesNoToken();
     void toolsReportAMissingBackend();
     void pinLockHoldsAcrossProcesses();
+    void setGidProgramIgnoresTheUsersEnvironment_data();
+    void setGidProgramIgnoresTheUsersEnvironment();
 };
 
 void TestCryptokiTools::initTestCase()
@@ -200,6 +217,61 @@ void TestCryptokiTools::pinLockHoldsAcrossProcesses()
     QVERIFY2(out.contains("user PIN locked"), qPrintable(out));
     // SoftHSM2 itself never locked: the right PIN still works on it directly.
     QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out, false), 0);
+}
+
+void TestCryptokiTools::setGidProgramIgnoresTheUsersEnvironment_data()
+{
+    QTest::addColumn<QString>("namedBy");
+    QTest::newRow("backend variable") << "ZORVIK_CRYPTOKI_BACKEND";
+    QTest::newRow("configuration variable") << "ZORVIK_CRYPTOKI_CONF";
+    QTest::newRow("per-user configuration") << "XDG_CONFIG_HOME";
+}
+
+// The module inside a set-gid program (a root OpenVPN, a PAM stack) takes no code and no
+// paths from the user who started it: SoftHSM2 named in the user's environment is loaded by
+// a plain run of the probe, never by its set-gid copy, which logs to the system log only.
+void TestCryptokiTools::setGidProgramIgnoresTheUsersEnvironment()
+{
+    QFETCH(QString, namedBy);
+    if (::geteuid() != 0)
+        QSKIP("making a set-gid program of another group needs root");
+    const QString probe = home_.path() + "/setgid/cryptoki_env_probe";
+    if (!QFile::exists(probe)) {
+        QVERIFY(QDir().mkpath(home_.path() + "/setgid"));
+        QVERIFY(QFile::copy(CRYPTOKI_ENV_PROBE, probe));
+        QCOMPARE(::chown(QFile::encodeName(probe).constData(), 0, 65534), 0);
+        QCOMPARE(::chmod(QFile::encodeName(probe).constData(), 02755), 0);
+    }
+    QProcessEnvironment e = env();
+    const QString conf = home_.path() + "/named-backend.conf";
+    const QString userConf = e.value("XDG_CONFIG_HOME") + "/zorvik/cryptoki.conf";
+    QFile file(namedBy == "XDG_CONFIG_HOME" ? userConf : conf);
+    QVERIFY(QDir().mkpath(QFileInfo(file).path()));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("backend = " + SoftHsmToken::backendPath().toUtf8() + "\n");
+    file.close();
+    if (namedBy != "ZORVIK_CRYPTOKI_BACKEND")
+        e.remove("ZORVIK_CRYPTOKI_BACKEND");
+    if (namedBy == "ZORVIK_CRYPTOKI_CONF")
+        e.insert("ZORVIK_CRYPTOKI_CONF", conf);
+
+    const QMap<QString, QString> plain = probeAnswers(run(CRYPTOKI_ENV_PROBE, {}, e));
+    // Its own mount namespace keeps the set-gid run's system log off the machine's /var/log.
+    const Run r = run("unshare", {"--mount", "--propagation", "private", "sh", "-c",
+                                  "mount -t tmpfs tmpfs /var/log && exec \"$0\"", probe},
+                      e);
+    const QMap<QString, QString> setGid = probeAnswers(r);
+    QFile::remove(userConf);
+    QCOMPARE(plain.value("softhsm"), QString("1"));
+    QCOMPARE(plain.value("tokens"), QString("1"));
+    QCOMPARE(plain.value("user_log"), home_.userLog());
+    if (!setGid.contains("softhsm") && (r.output.startsWith("unshare:") || r.output.startsWith("mount:")))
+        QSKIP(qPrintable("no private mount namespace here: " + r.output));
+    QVERIFY2(setGid.contains("softhsm"), qPrintable(r.output));
+    QCOMPARE(setGid.value("softhsm"), QString("0"));
+    QCOMPARE(setGid.value("tokens"), QString("0"));
+    QCOMPARE(setGid.value("user_log"), QString());
+    QCOMPARE(setGid.value("system_log"), QString("/var/log/zorvik/dashboard.log"));
 }
 
 QTEST_GUILESS_MAIN(TestCryptokiTools)
