@@ -103,6 +103,7 @@ bool CryptokiStorage::askTokenPassword(QWidget* parent, SecretPtr* pin)
     dialog.setWindowFlags(dialog.windowFlags() & ~Qt::WindowContextHelpButtonHint);
     if (parent && parent->metaObject()->indexOfSignal("noToken()") >= 0)
         connect(parent, SIGNAL(noToken()), &dialog, SLOT(reject()));
+    SecretBytes::prepare(&dialog);
     const int result = ModalSeam::exec(&dialog);
     *pin = shareSecret(SecretBytes::takeFrom(&dialog));
     return result == QDialog::Accepted;

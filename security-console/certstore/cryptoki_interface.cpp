@@ -271,6 +271,7 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
             dialog.setLabelText(tr("Please enter the password that was used to encrypt this certificate:"));
             dialog.setTextEchoMode(QLineEdit::Password);
             dialog.setTextValue(QString());
+            SecretBytes::prepare(&dialog);
             const int answer = ModalSeam::exec(&dialog);
             // UTF-8, as PKCS#12 and OpenSSL take passwords.
             const SecretBytes password = SecretBytes::takeFrom(&dialog);

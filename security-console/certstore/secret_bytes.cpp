@@ -10,6 +10,9 @@
 
 namespace {
 
+// Characters a prompt holds without moving its text.
+constexpr int kRoom = 256;
+
 // Overwrites a string's characters where they are stored, in every string that shares them.
 // QString::fill() would detach and wipe a fresh copy instead.
 void wipeInPlace(const QString& text)
@@ -59,14 +62,29 @@ SecretBytes SecretBytes::fromText(const QString& text)
     return secret;
 }
 
+void SecretBytes::prepare(QInputDialog* dialog)
+{
+    auto* edit = dialog->findChild<QLineEdit*>();
+    if (!edit)
+        return;
+    // The dialog mirrors the line edit's text on each change; sharing the buffer makes the
+    // next key copy it. We read the line edit itself instead.
+    QObject::disconnect(edit, SIGNAL(textChanged(QString)), dialog, nullptr);
+    // Room for any PIN or password up front, so typing never moves the text.
+    QString room;
+    room.reserve(kRoom);
+    edit->setText(room);
+}
+
 SecretBytes SecretBytes::takeFrom(QInputDialog* dialog)
 {
-    const QString typed = dialog->textValue();
+    auto* edit = dialog->findChild<QLineEdit*>();
+    const QString typed = edit ? edit->text() : dialog->textValue();
     SecretBytes secret = fromText(typed);
     // The dialog keeps the text it last saw, the line edit its own; both usually share one
     // buffer with `typed`, but wipe each in case they do not.
     wipeInPlace(typed);
-    if (auto* edit = dialog->findChild<QLineEdit*>()) {
+    if (edit) {
         wipeInPlace(edit->text());
         edit->clear();
     }

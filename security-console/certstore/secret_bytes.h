@@ -22,7 +22,11 @@ public:
     SecretBytes& operator=(const SecretBytes&) = delete;
 
     static SecretBytes fromText(const QString& text);
-    // Takes what was typed into an input dialog and wipes the dialog's copies of it.
+    // Readies an input dialog, before it runs, to keep what is typed in one buffer of its line
+    // edit, so that takeFrom() can wipe it: otherwise every key typed leaves a copy of the
+    // text so far behind.
+    static void prepare(QInputDialog* dialog);
+    // Takes what was typed into a prepared input dialog and wipes the dialog's copies of it.
     static SecretBytes takeFrom(QInputDialog* dialog);
 
     const char* data() const { return bytes_ ? bytes_.get() : ""; }

@@ -605,15 +605,13 @@ private slots:
         QVERIFY(window->findChildren<QLabel*>(QRegularExpression("^certNameLabel\\d+$")).isEmpty());
     }
 
-    // Files exported by other tools: the certificate bag encrypted with RC2-40 or 3DES (what
-    // OpenSSL 1.x and many browsers write), and a password outside Latin-1.
+    // Files exported by other tools: the certificate bag encrypted with RC2-40 (what OpenSSL 1.x
+    // and many browsers write), and a password outside Latin-1.
     void importFromOtherTools_data()
     {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QString>("password");
         QTest::newRow("RC2-40 certificate bag") << QStringList{"-legacy"} << "legacy-pass";
-        QTest::newRow("3DES bags") << QStringList{"-legacy", "-certpbe", "PBE-SHA1-3DES", "-keypbe", "PBE-SHA1-3DES"}
-                                   << "triple-pass";
         QTest::newRow("password outside Latin-1") << QStringList() << QString::fromUtf8("пароль€");
         QTest::newRow("both") << QStringList{"-legacy"} << QString::fromUtf8("пароль€");
     }
@@ -626,6 +624,11 @@ private slots:
         openTab();
         const QString path = exportWithOpenssl(credential("From Another Tool"), "other-tool", password, options);
         QVERIFY(!path.isEmpty());
+        // An error box is recorded and closed, so a refusal fails the comparison below.
+        ModalSeam::setObserver([](QDialog* dialog) {
+            if (dialog->windowTitle() == kErrorTitle)
+                QTimer::singleShot(0, dialog, &QDialog::reject);
+        });
         importFile(path, password, token->pin(), true, false);
         QCOMPARE(errorBoxes(), QStringList());
         QCOMPARE(shownNames(), QStringList{"From Another Tool"});
@@ -679,8 +682,8 @@ private slots:
         QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
     }
 
-    // After an import, a core dump of the running program holds the PIN nowhere, as UTF-8 or
-    // UTF-16: the prompt, the queued request and the worker have all wiped it. This test never
+    // After an import, a core dump of the running program holds the PIN (or half of it) nowhere,
+    // as UTF-8 or UTF-16: the prompt, the queued request and the worker have all wiped it. This test never
     // holds the PIN whole: it keeps it turned by rot13, a shell spells it out for the token,
     // and the keys typed into the prompt are turned back one at a time.
     void noPinInMemoryAfterImport()
@@ -711,22 +714,37 @@ private slots:
                 dialog->accept();
             });
         });
+        // The dump is taken the moment the import is done, once the worker has let go of the
+        // request and before the next listing stirs the heap.
+        const QString core = files.filePath("dashboard-core");
+        QString dumpError = "no dump taken";
+        QObject dumpOnce;
+        connect(window->certificateStorage(), &CryptokiStorage::importFinished, &dumpOnce, [&] {
+            QObject idle;
+            idle.moveToThread(window->certificateStorage());
+            QMetaObject::invokeMethod(&idle, [] {}, Qt::BlockingQueuedConnection);
+            QString output;
+            dumpError = runTool("gcore", {"-o", core, QString::number(QCoreApplication::applicationPid())}, &output)
+                            ? QString()
+                            : output;
+            dumpOnce.disconnect();
+        });
         emit ui()->import_cert->linkActivated("import");
         QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
         waitForListing();
         QCOMPARE(errorBoxes(), QStringList());
         QCOMPARE(shownNames(), QStringList{"Core Scan"}); // the PIN was right
+        QVERIFY2(dumpError.isEmpty(), qPrintable(dumpError));
 
-        const QString core = files.filePath("dashboard-core");
-        QVERIFY2(runTool("gcore", {"-o", core, QString::number(QCoreApplication::applicationPid())}, &out),
-                 qPrintable(out));
         const QString corePath = core + "." + QString::number(QCoreApplication::applicationPid());
         QString pin;
         for (const char c : qAsConst(masked))
             pin += QChar(rot13(c));
-        const QByteArray utf16(reinterpret_cast<const char*>(pin.utf16()), pin.size() * 2);
+        // Half of it is as good as all of it to someone reading memory.
+        const QString half = pin.left(pin.size() / 2);
+        const QByteArray utf16(reinterpret_cast<const char*>(half.utf16()), half.size() * 2);
         QString error;
-        const bool found = fileContains(corePath, {pin.toUtf8(), utf16}, &error);
+        const bool found = fileContains(corePath, {half.toUtf8(), utf16}, &error);
         // The scan sees this process's memory: the masked form is there.
         const bool seesMemory = fileContains(corePath, {masked}, &error);
         QFile::remove(corePath);
