@@ -12,9 +12,23 @@
 
 #include <memory>
 
-CryptokiStorage::CryptokiStorage(QObject* parent) : QThread(parent)
+CryptokiStorage::CryptokiStorage(QObject* parent) : QThread(parent), requests(new QObject)
 {
     working = false;
+    qRegisterMetaType<QList<CryptokiStorageItem>>("QList<CryptokiStorageItem>");
+    qRegisterMetaType<EVP_PKEY*>("EVP_PKEY*");
+    qRegisterMetaType<X509*>("X509*");
+    qRegisterMetaType<SecretPtr>("SecretPtr");
+    // The requests are queued to an object of the worker thread and reach the interface there;
+    // they are wired before the thread starts, so none is asked before anyone listens.
+    requests->moveToThread(this);
+    connect(this, &CryptokiStorage::getCertificates, requests.get(), [this] { interface->slotGetCertificates(); });
+    connect(this, &CryptokiStorage::importCertificate, requests.get(),
+            [this](EVP_PKEY* pkey, X509* cert, SecretPtr pin, QString friendlyName) {
+                interface->importCertificateAndKeys(pkey, cert, std::move(pin), friendlyName);
+            });
+    connect(this, &CryptokiStorage::delCertificate, requests.get(),
+            [this](const QByteArray& pkcs11id, SecretPtr pin) { interface->removeCertificate(pkcs11id, std::move(pin)); });
     start();
 }
 
@@ -28,29 +42,25 @@ CryptokiStorage::~CryptokiStorage()
 
 void CryptokiStorage::run()
 {
-    CryptokiInterface interface(nullptr);
-    qRegisterMetaType<QList<CryptokiStorageItem>>("QList<CryptokiStorageItem>");
-    qRegisterMetaType<EVP_PKEY*>("EVP_PKEY*");
-    qRegisterMetaType<X509*>("X509*");
-    connect(&interface, &CryptokiInterface::certificates, this, &CryptokiStorage::slotCertificates);
-    connect(&interface, &CryptokiInterface::noTokenFound, this, &CryptokiStorage::slotNoTokenFound);
-    connect(&interface, &CryptokiInterface::cannotGetCertificates, this, &CryptokiStorage::slotCannotGetCertificates);
-    connect(&interface, &CryptokiInterface::error, this, &CryptokiStorage::slotError);
-    connect(this, &CryptokiStorage::getCertificates, &interface, &CryptokiInterface::slotGetCertificates);
-    connect(this, &CryptokiStorage::importCertificate, &interface, &CryptokiInterface::importCertificateAndKeys);
-    connect(this, &CryptokiStorage::delCertificate, &interface, &CryptokiInterface::removeCertificate);
-    connect(&interface, &CryptokiInterface::importFinished, this, &CryptokiStorage::slotImportFinished);
+    CryptokiInterface worker(nullptr);
+    connect(&worker, &CryptokiInterface::certificates, this, &CryptokiStorage::slotCertificates);
+    connect(&worker, &CryptokiInterface::noTokenFound, this, &CryptokiStorage::slotNoTokenFound);
+    connect(&worker, &CryptokiInterface::cannotGetCertificates, this, &CryptokiStorage::slotCannotGetCertificates);
+    connect(&worker, &CryptokiInterface::error, this, &CryptokiStorage::slotError);
+    connect(&worker, &CryptokiInterface::importFinished, this, &CryptokiStorage::slotImportFinished);
+    interface = &worker;
     exec();
+    interface = nullptr;
 }
 
-void CryptokiStorage::addCertificate(EVP_PKEY* pkey, X509* cert, QString tokenpassword, QString friendlyName)
+void CryptokiStorage::addCertificate(EVP_PKEY* pkey, X509* cert, SecretPtr tokenpassword, QString friendlyName)
 {
-    emit importCertificate(pkey, cert, tokenpassword, friendlyName);
+    emit importCertificate(pkey, cert, std::move(tokenpassword), friendlyName);
 }
 
-void CryptokiStorage::removeCertificate(const QByteArray& pkcs11id, QString tokenpassword)
+void CryptokiStorage::removeCertificate(const QByteArray& pkcs11id, SecretPtr tokenpassword)
 {
-    emit delCertificate(pkcs11id, tokenpassword);
+    emit delCertificate(pkcs11id, std::move(tokenpassword));
 }
 
 void CryptokiStorage::slotCertificates(QList<CryptokiStorageItem> list)
@@ -82,7 +92,7 @@ void CryptokiStorage::slotImportFinished()
     emit importFinished();
 }
 
-bool CryptokiStorage::askTokenPassword(QWidget* parent, QString* pin)
+bool CryptokiStorage::askTokenPassword(QWidget* parent, SecretPtr* pin)
 {
     QInputDialog dialog(parent);
     dialog.setWindowTitle(tr("Zorvik PIN Request"));
@@ -93,8 +103,9 @@ bool CryptokiStorage::askTokenPassword(QWidget* parent, QString* pin)
     dialog.setWindowFlags(dialog.windowFlags() & ~Qt::WindowContextHelpButtonHint);
     if (parent && parent->metaObject()->indexOfSignal("noToken()") >= 0)
         connect(parent, SIGNAL(noToken()), &dialog, SLOT(reject()));
+    SecretBytes::prepare(&dialog);
     const int result = ModalSeam::exec(&dialog);
-    *pin = dialog.textValue();
+    *pin = shareSecret(SecretBytes::takeFrom(&dialog));
     return result == QDialog::Accepted;
 }
 

@@ -16,6 +16,7 @@
 #include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/pkcs12.h>
+#include <openssl/provider.h>
 
 #include <cstdio>
 #include <cstring>
@@ -32,25 +33,36 @@ void log(const QString& text)
 constexpr int kTokenWaitRounds = 40;
 constexpr int kTokenWaitMs = 500;
 
-// A PIN as the module gets it: UTF-8 bytes, wiped when the call is done.
-class PinBytes
+// A PIN as the module's calls take it.
+CK_UTF8CHAR_PTR pinBytes(const SecretPtr& pin)
 {
-public:
-    explicit PinBytes(const QString& pin) : bytes(pin.toUtf8()) {}
-    ~PinBytes()
-    {
-        if (!bytes.isEmpty())
-            OPENSSL_cleanse(bytes.data(), static_cast<size_t>(bytes.size()));
-    }
-    PinBytes(const PinBytes&) = delete;
-    PinBytes& operator=(const PinBytes&) = delete;
-    const char* chars() const { return bytes.constData(); }
-    CK_UTF8CHAR_PTR utf8() { return reinterpret_cast<CK_UTF8CHAR_PTR>(bytes.data()); }
-    CK_ULONG length() const { return static_cast<CK_ULONG>(bytes.size()); }
+    static CK_UTF8CHAR none = 0;
+    return pin && pin->udata() ? pin->udata() : &none;
+}
 
-private:
-    QByteArray bytes;
-};
+CK_ULONG pinLength(const SecretPtr& pin)
+{
+    return pin ? static_cast<CK_ULONG>(pin->size()) : 0;
+}
+
+// PKCS#12 files of older tools (OpenSSL 1.x, many browsers) encrypt their certificates with
+// RC2-40 or 3DES, which OpenSSL 3 keeps in its legacy provider. Reading PKCS#12 uses a library
+// context of its own with the legacy and default providers; the process-wide default stays as
+// it is. Made once and kept for the life of the program.
+OSSL_LIB_CTX* pkcs12Context()
+{
+    static OSSL_LIB_CTX* const context = [] {
+        OSSL_LIB_CTX* ctx = OSSL_LIB_CTX_new();
+        if (!ctx)
+            return ctx;
+        if (!OSSL_PROVIDER_load(ctx, "legacy"))
+            log("Cryptoki interface: OpenSSL legacy provider not available, old PKCS#12 files cannot be read");
+        OSSL_PROVIDER_load(ctx, "default");
+        ERR_clear_error();
+        return ctx;
+    }();
+    return context;
+}
 
 // The seven RSA parts of an import, each in a buffer of its own.
 class RsaParts
@@ -238,7 +250,10 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
         return false;
     }
     ERR_clear_error();
-    PKCS12* p12 = d2i_PKCS12_fp(file, nullptr);
+    // Decoded into a structure bound to our context, which its safes and bags inherit.
+    PKCS12* p12 = PKCS12_init_ex(NID_pkcs7_data, pkcs12Context(), nullptr);
+    if (p12 && !d2i_PKCS12_fp(file, &p12))
+        p12 = nullptr; // freed by the decoder
     std::fclose(file);
     if (!p12) {
         *errorText = QString("Error reading PKCS#12 file %1").arg(path);
@@ -256,15 +271,16 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
             dialog.setLabelText(tr("Please enter the password that was used to encrypt this certificate:"));
             dialog.setTextEchoMode(QLineEdit::Password);
             dialog.setTextValue(QString());
+            SecretBytes::prepare(&dialog);
             const int answer = ModalSeam::exec(&dialog);
-            QByteArray password = dialog.textValue().toLatin1();
-            dialog.setTextValue(QString());
+            // UTF-8, as PKCS#12 and OpenSSL take passwords.
+            const SecretBytes password = SecretBytes::takeFrom(&dialog);
             if (answer != QDialog::Accepted || password.isEmpty()) {
                 errorText->clear();
                 result = false;
             } else {
                 ERR_clear_error();
-                if (!PKCS12_parse(p12, password.constData(), key, cert, nullptr)) {
+                if (!PKCS12_parse(p12, password.data(), key, cert, nullptr)) {
                     const unsigned long last = ERR_peek_last_error();
                     *errorText = ERR_GET_REASON(last) == PKCS12_R_MAC_VERIFY_FAILURE
                                      ? QString("Error reading file %1\nWrong password").arg(path)
@@ -273,8 +289,6 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
                     result = false;
                 }
             }
-            if (!password.isEmpty())
-                OPENSSL_cleanse(password.data(), static_cast<size_t>(password.size()));
         }
         // Any other failure is not reported here: the import rejects what it receives.
     }
@@ -303,7 +317,7 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
     return result;
 }
 
-void CryptokiInterface::importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, QString tokenpassword,
+void CryptokiInterface::importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, SecretPtr tokenpassword,
                                                  QString friendlyName)
 {
     log("Cryptoki interface: importCertificateAndKeys");
@@ -366,13 +380,12 @@ void CryptokiInterface::importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, QSt
     RsaParts parts(key.get());
     CK_SESSION_HANDLE session = 0;
     C_OpenSession(1, 0, nullptr, nullptr, &session);
-    PinBytes pin(tokenpassword);
-    CK_RV rv = C_SetTokenPassword(0, pin.chars(), pin.length());
+    CK_RV rv = C_SetTokenPassword(0, reinterpret_cast<const char*>(pinBytes(tokenpassword)), pinLength(tokenpassword));
     if (rv != CKR_OK) {
         log(QString("Password error %1").arg(CryptokiErrorString(rv)));
         emit error(tr("Password error %1").arg(CryptokiErrorString(rv)), 2);
     } else {
-        rv = C_Login(session, CKU_USER, pin.utf8(), pin.length());
+        rv = C_Login(session, CKU_USER, pinBytes(tokenpassword), pinLength(tokenpassword));
         if (rv != CKR_OK) {
             log(QString("Cannot login to token. %1").arg(CryptokiErrorString(rv)));
             emit importFinished();
@@ -399,21 +412,20 @@ void CryptokiInterface::importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, QSt
     emit importFinished();
 }
 
-void CryptokiInterface::removeCertificate(const QByteArray& pkcs11id, QString tokenpassword)
+void CryptokiInterface::removeCertificate(const QByteArray& pkcs11id, SecretPtr tokenpassword)
 {
     log("CryptokiInterface::removeCertificate");
     CK_SESSION_HANDLE session = 0;
     C_OpenSession(1, 0, nullptr, nullptr, &session);
     log("Loging into token");
-    PinBytes pin(tokenpassword);
-    CK_RV rv = C_SetTokenPassword(0, pin.chars(), pin.length());
+    CK_RV rv = C_SetTokenPassword(0, reinterpret_cast<const char*>(pinBytes(tokenpassword)), pinLength(tokenpassword));
     if (rv != CKR_OK) {
         log(QString("Password error %1").arg(CryptokiErrorString(rv)));
         emit error(tr("Password error %1").arg(CryptokiErrorString(rv)), 2);
         C_CloseSession(session);
         return;
     }
-    rv = C_Login(session, CKU_USER, pin.utf8(), pin.length());
+    rv = C_Login(session, CKU_USER, pinBytes(tokenpassword), pinLength(tokenpassword));
     log(QString("C_Login result %1").arg(rv));
     if (rv != CKR_OK) {
         log(QString("Cannot login to token. %1").arg(CryptokiErrorString(rv)));

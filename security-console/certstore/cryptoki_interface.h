@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cryptoki_storage_item.h"
+#include "secret_bytes.h"
 
 #include <QObject>
 #include <QString>
@@ -36,8 +37,8 @@ signals:
 
 public slots:
     void slotGetCertificates();
-    void importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, QString tokenpassword, QString friendlyName);
-    void removeCertificate(const QByteArray& pkcs11id, QString tokenpassword);
+    void importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, SecretPtr tokenpassword, QString friendlyName);
+    void removeCertificate(const QByteArray& pkcs11id, SecretPtr tokenpassword);
 };
 
 QString CryptokiErrorString(unsigned long code);

@@ -38,6 +38,32 @@ QString displayName(const CryptokiStorageItem& item)
     return item.label;
 }
 
+// deleteLater: even when no handler of ours runs, a label may still be on the stack below us.
+void releaseRows(QList<QLabel*>& retired)
+{
+    for (QLabel* label : qAsConst(retired))
+        label->deleteLater();
+    retired.clear();
+}
+
+// Marks the run of a row's link handler; retired rows go when the outermost one ends.
+class RowHandler
+{
+public:
+    RowHandler(int& depth, QList<QLabel*>& retired) : depth(depth), retired(retired) { ++depth; }
+    ~RowHandler()
+    {
+        if (--depth == 0)
+            releaseRows(retired);
+    }
+    RowHandler(const RowHandler&) = delete;
+    RowHandler& operator=(const RowHandler&) = delete;
+
+private:
+    int& depth;
+    QList<QLabel*>& retired;
+};
+
 } // namespace
 
 void DashboardWindow::requestListing()
@@ -67,9 +93,17 @@ void DashboardWindow::clearCertificateRows()
         for (const auto& column : columns)
             if (label->objectName().startsWith(column.first))
                 column.second->layout()->removeWidget(label);
-        delete label;
+        // A new listing can arrive while one of these labels is still inside its own
+        // linkActivated (a details dialog or a deletion box runs its own event loop): it
+        // is deleted only once that handler has returned. Its name goes now, so nothing
+        // finds the stale row.
+        label->disconnect(this);
+        label->setObjectName(QString());
+        retiredCertificateRows << label;
     }
     certificateRows.clear();
+    if (certificateRowHandlers == 0)
+        releaseRows(retiredCertificateRows);
 }
 
 void DashboardWindow::certificateInfo(QList<CryptokiStorageItem> list)
@@ -139,6 +173,7 @@ void DashboardWindow::certificateInfo(QList<CryptokiStorageItem> list)
 
 void DashboardWindow::slotCertificateActivated(QString link)
 {
+    const RowHandler running(certificateRowHandlers, retiredCertificateRows);
     assertion(link.contains("cert-details-"), __LINE__);
     const int index = link.mid(link.indexOf("cert-details-") + int(strlen("cert-details-"))).toInt();
     if (index < 0 || index >= certificateItems.size())
@@ -155,6 +190,7 @@ void DashboardWindow::slotCertificateActivated(QString link)
 
 void DashboardWindow::slotCertificateDelete(QString link)
 {
+    const RowHandler running(certificateRowHandlers, retiredCertificateRows);
     Log::print(Log::DEBUG, "slotCertificateDelete link=" + link);
     const int index = link.toInt();
     if (index < 0 || index >= certificateItems.size())
@@ -173,13 +209,13 @@ void DashboardWindow::slotCertificateDelete(QString link)
     if (ModalSeam::exec(&box) != QMessageBox::Ok)
         return;
 
-    QString pin;
+    SecretPtr pin;
     const bool accepted = CryptokiStorage::askTokenPassword(this, &pin);
-    if (accepted && pin.isEmpty())
+    if (accepted && pin->isEmpty())
         certificateError("Incorrect password", 2);
     else if (accepted)
-        cryptokiStorage->removeCertificate(item.pkcs11id, pin);
-    pin.fill(QChar(0));
+        cryptokiStorage->removeCertificate(item.pkcs11id, std::move(pin));
+    pin.reset();
     requestListing();
 }
 
@@ -217,20 +253,19 @@ void DashboardWindow::slotAddCertificate()
         certificateError("Vantrel unavailable", 0);
         return;
     }
-    QString pin;
+    SecretPtr pin;
     if (!CryptokiStorage::askTokenPassword(this, &pin)) {
         EVP_PKEY_free(key);
         X509_free(cert);
         return;
     }
-    if (pin.isEmpty()) {
+    if (pin->isEmpty()) {
         EVP_PKEY_free(key);
         X509_free(cert);
         certificateError("Incorrect password", ui->stackedWidget->currentIndex());
         return;
     }
-    cryptokiStorage->addCertificate(key, cert, pin, friendlyName);
-    pin.fill(QChar(0));
+    cryptokiStorage->addCertificate(key, cert, std::move(pin), friendlyName);
     waitBox.setWindowTitle(tr("Zorvik Dashboard"));
     waitBox.setText(tr("Installing certificate. Please wait"));
     waitBox.setStandardButtons(QMessageBox::NoButton);

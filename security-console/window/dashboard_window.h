@@ -192,6 +192,9 @@ private:
     int certificateCount = 0;
     bool haveCertificateList = false;
     QList<QLabel*> certificateRows;
+    // Rows replaced while a row's own link handler was still running, and how deep that runs.
+    QList<QLabel*> retiredCertificateRows;
+    int certificateRowHandlers = 0;
     bool credentialProviderState = false;
 
     // Updates: set while the Update dialog (and the download it starts) runs.

@@ -6,6 +6,7 @@
 
 #include <QInputDialog>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTextDocument>
 #include <QTextEdit>
@@ -59,6 +60,11 @@ QList<QByteArray> certificateIds()
                               static_cast<int>(data->objects[i]->idLength));
     }
     return ids;
+}
+
+SecretPtr secret(const char* text)
+{
+    return shareSecret(SecretBytes::fromText(QString::fromUtf8(text)));
 }
 
 QString valueText(QLabel* label)
@@ -285,24 +291,25 @@ void TestCertificateStore::rsaKeyDetails()
 void TestCertificateStore::pinPrompt()
 {
     KeyWatcher watcher;
-    QString pin;
-    ModalSeam::answer(QDialog::Accepted, "1234");
+    SecretPtr pin;
+    // What was typed, outside Latin-1 too, reaches the module as UTF-8.
+    ModalSeam::answer(QDialog::Accepted, QString::fromUtf8("12\u20ac4"));
     QVERIFY(CryptokiStorage::askTokenPassword(&watcher, &pin));
-    QCOMPARE(pin, QString("1234"));
+    QCOMPARE(QByteArray(pin->data(), int(pin->size())), QByteArray("12\xe2\x82\xac" "4"));
     QCOMPARE(ModalSeam::seen(), QStringList{"Zorvik PIN Request|Please enter PIN for your Vantrel:"});
 
     // Pulling the key while the prompt is open closes it as cancelled.
     ModalSeam::answer(ModalSeam::ShowIt);
     ModalSeam::setObserver([&](QDialog* dialog) {
         QTimer::singleShot(0, &watcher, [&, dialog] {
-            qobject_cast<QInputDialog*>(dialog)->setTextValue("typed");
+            QTest::keyClicks(dialog->findChild<QLineEdit*>(), "typed");
             emit watcher.noToken();
         });
     });
     const bool accepted = CryptokiStorage::askTokenPassword(&watcher, &pin);
     ModalSeam::setObserver(nullptr);
     QVERIFY(!accepted);
-    QCOMPARE(pin, QString("typed"));
+    QCOMPARE(QByteArray(pin->data()), QByteArray("typed"));
 }
 
 void TestCertificateStore::importThroughTheInterface()
@@ -310,7 +317,7 @@ void TestCertificateStore::importThroughTheInterface()
     CryptokiInterface ci;
     Answers answers(&ci);
     const TestCredential c = TestCredential::make("Imported Person");
-    ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), kPin, "Imported");
+    ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), secret(kPin), "Imported");
     QCOMPARE(answers.events, QStringList{"finished"});
     QCOMPARE(certificateIds(), QList<QByteArray>{c.moduleId()});
     QVERIFY(home_.readLog().contains("Certificate installed successfully"));
@@ -318,13 +325,13 @@ void TestCertificateStore::importThroughTheInterface()
 
     // The same certificate again: refused before the key is touched.
     answers.events.clear();
-    ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), kPin, "Imported");
+    ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), secret(kPin), "Imported");
     QCOMPARE(answers.events, QStringList({"finished", "error 2: Duplicate certificate"}));
 
     // A wrong PIN: refused at the login, "finished" before and after the error.
     const TestCredential d = TestCredential::make("Second Person");
     answers.events.clear();
-    ci.importCertificateAndKeys(d.takeKey(), d.takeCertificate(), "00000000", "Second");
+    ci.importCertificateAndKeys(d.takeKey(), d.takeCertificate(), secret("00000000"), "Second");
     QCOMPARE(answers.events, QStringList({"finished", "error 2: Cannot login to token. Incorrect PIN", "finished"}));
     QCOMPARE(certificateIds().size(), 1);
 }
@@ -336,17 +343,17 @@ void TestCertificateStore::importRefusals()
     TestCredential::Options o;
     o.kind = TestCredential::Ec;
     const TestCredential ec = TestCredential::make(o);
-    ci.importCertificateAndKeys(ec.takeKey(), ec.takeCertificate(), kPin, "EC");
+    ci.importCertificateAndKeys(ec.takeKey(), ec.takeCertificate(), secret(kPin), "EC");
     QCOMPARE(answers.events, QStringList({"finished", "error 2: Incorrect key type = 408"}));
 
     const TestCredential rsa = TestCredential::make("No Cert");
     answers.events.clear();
-    ci.importCertificateAndKeys(rsa.takeKey(), nullptr, kPin, "x");
+    ci.importCertificateAndKeys(rsa.takeKey(), nullptr, secret(kPin), "x");
     QCOMPARE(answers.events, QStringList({"finished", "error 2: No certificate found"}));
 
     // A PIN the token cannot take fails at the token password.
     answers.events.clear();
-    ci.importCertificateAndKeys(rsa.takeKey(), rsa.takeCertificate(), "12", "x");
+    ci.importCertificateAndKeys(rsa.takeKey(), rsa.takeCertificate(), secret("12"), "x");
     QCOMPARE(answers.events.size(), 2);
     QVERIFY(answers.events[0].startsWith("error 2: Password error Your Vantrel does not appear to be responding"));
     QCOMPARE(answers.events[1], QString("finished"));
@@ -357,27 +364,27 @@ void TestCertificateStore::removalThroughTheInterface()
     CryptokiInterface ci;
     Answers answers(&ci);
     const TestCredential c = TestCredential::make("Removable");
-    ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), kPin, "Removable");
+    ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), secret(kPin), "Removable");
     QVERIFY(certificateIds().contains(c.moduleId()));
 
     answers.events.clear();
-    ci.removeCertificate(c.moduleId(), "11111111");
+    ci.removeCertificate(c.moduleId(), secret("11111111"));
     QCOMPARE(answers.events, QStringList{"error 2: Incorrect PIN"});
     QVERIFY(certificateIds().contains(c.moduleId()));
 
-    ci.removeCertificate(c.moduleId(), kPin);
+    ci.removeCertificate(c.moduleId(), secret(kPin));
     QCOMPARE(answers.events.size(), 1);
     QVERIFY(!certificateIds().contains(c.moduleId()));
     QVERIFY(home_.readLog().contains("Certificate deleted successfully"));
 
-    ci.removeCertificate(c.moduleId(), kPin);
+    ci.removeCertificate(c.moduleId(), secret(kPin));
     QCOMPARE(answers.events.last(), QString("error 2: Cannot delete certificate. Object not found on key"));
 
     // Locked after three wrong PINs: the login says so.
     for (int i = 0; i < 3; ++i)
-        ci.removeCertificate(c.moduleId(), "11111111");
+        ci.removeCertificate(c.moduleId(), secret("11111111"));
     answers.events.clear();
-    ci.removeCertificate(c.moduleId(), kPin);
+    ci.removeCertificate(c.moduleId(), secret(kPin));
     QCOMPARE(answers.events, QStringList{"error 2: Key blocked"});
 }
 
@@ -388,27 +395,28 @@ void TestCertificateStore::storageRelaysOnItsThread()
     QVERIFY(token_->isValid());
     token_->apply(true);
 
+    // A listing asked for the moment the storage exists is answered (the worker may not have
+    // set up its module yet); it asks the key its status first, and there is no key here.
     CryptokiStorage storage;
+    emit storage.getCertificates();
+    storage.working = true;
     QSignalSpy finished(&storage, &CryptokiStorage::importFinished);
     QSignalSpy errors(&storage, &CryptokiStorage::error);
     QSignalSpy cannot(&storage, &CryptokiStorage::cannotGetCertificates);
-
-    const TestCredential c = TestCredential::make("Threaded");
-    storage.working = true;
-    storage.addCertificate(c.takeKey(), c.takeCertificate(), kPin, "Threaded");
-    QVERIFY(finished.wait(20000));
-    QVERIFY(storage.working); // an import leaves it as it was
-    QCOMPARE(errors.count(), 0);
-
-    // A listing asks the key its status first; no key here.
-    emit storage.getCertificates();
     QVERIFY(cannot.wait(20000));
     QCOMPARE(cannot.first(), QVariantList({1, 0}));
     QVERIFY(!storage.working);
     QVERIFY(home_.readLog().contains("Cryptoki interface: incorrect token status 0"));
 
+    const TestCredential c = TestCredential::make("Threaded");
     storage.working = true;
-    storage.removeCertificate(c.moduleId(), "99999999");
+    storage.addCertificate(c.takeKey(), c.takeCertificate(), secret(kPin), "Threaded");
+    QVERIFY(finished.wait(20000));
+    QVERIFY(storage.working); // an import leaves it as it was
+    QCOMPARE(errors.count(), 0);
+
+    storage.working = true;
+    storage.removeCertificate(c.moduleId(), secret("99999999"));
     QVERIFY(errors.wait(20000));
     QCOMPARE(errors.first(), QVariantList({"Incorrect PIN", 2}));
     QVERIFY(!storage.working);

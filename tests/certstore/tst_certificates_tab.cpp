@@ -12,12 +12,17 @@
 
 #include <QDirIterator>
 #include <QInputDialog>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QPointer>
+#include <QProcess>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTextDocument>
 #include <QtTest>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -45,6 +50,34 @@ TestCredential credential(const QString& cn, int days = 365, const QStringList& 
         o.notBefore = QDateTime::currentDateTimeUtc().addDays(days - 30);
     o.notAfter = QDateTime::currentDateTimeUtc().addDays(days);
     return TestCredential::make(o);
+}
+
+// Runs a program to its end; its output, or a text saying why it failed, in `output`.
+bool runTool(const QString& program, const QStringList& args, QString* output,
+             const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
+{
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(program, args);
+    const bool ok = p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+    *output = program + ": " + p.errorString() + "\n" + QString::fromLocal8Bit(p.readAll());
+    return ok;
+}
+
+// Letters turned by 13 places: how the memory test keeps its PIN without holding it.
+char rot13(char c)
+{
+    const char base = c >= 'a' ? 'a' : 'A';
+    return static_cast<char>(base + (c - base + 13) % 26);
+}
+
+// Whether a file (a core dump: mapped, not read) holds any of the byte strings.
+bool fileContains(QFile& file, const QList<QByteArray>& needles)
+{
+    const uchar* bytes = file.map(0, file.size());
+    const QByteArray data = QByteArray::fromRawData(reinterpret_cast<const char*>(bytes), int(file.size()));
+    return bytes && std::any_of(needles.begin(), needles.end(), [&](const QByteArray& n) { return data.contains(n); });
 }
 
 } // namespace
@@ -165,6 +198,27 @@ class TestCertificatesTab : public QObject
         emit trash->linkActivated(QString::number(index));
         QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
         waitForListing();
+    }
+
+    // A PKCS#12 file made by the openssl tool, the way other programs export them.
+    QString exportWithOpenssl(const TestCredential& c, const QString& name, const QString& password,
+                              const QStringList& options)
+    {
+        const QString base = files.filePath(name);
+        QFile pass(base + ".pass");
+        if (!c.writePem(base + ".crt", base + ".key") || !pass.open(QIODevice::WriteOnly) ||
+            pass.write(password.toUtf8() + "\n") < 0)
+            return QString();
+        pass.close();
+        QString out;
+        const bool ok = runTool("openssl",
+                                QStringList{"pkcs12", "-export", "-in", base + ".crt", "-inkey", base + ".key",
+                                            "-name", name, "-out", base + ".p12", "-passout", "file:" + base + ".pass"} +
+                                    options,
+                                &out);
+        if (!ok)
+            qWarning("%s", qPrintable(out));
+        return ok ? base + ".p12" : QString();
     }
 
     QStringList errorBoxes() const
@@ -533,6 +587,149 @@ private slots:
         QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
         QCOMPARE(ui()->labelCryptokiStatus->text(), QString("Blank Zorvik Vantrel. Connect your Vantrel"));
         QVERIFY(window->findChildren<QLabel*>(QRegularExpression("^certNameLabel\\d+$")).isEmpty());
+    }
+
+    // Files exported by other tools: the certificate bag encrypted with RC2-40 (what OpenSSL 1.x
+    // and many browsers write), and a password outside Latin-1.
+    void importFromOtherTools_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QString>("password");
+        QTest::newRow("RC2-40 certificate bag") << QStringList{"-legacy"} << "legacy-pass";
+        QTest::newRow("password outside Latin-1") << QStringList() << QString::fromUtf8("пароль€");
+    }
+
+    void importFromOtherTools()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(QString, password);
+        newToken();
+        openTab();
+        const QString path = exportWithOpenssl(credential("From Another Tool"), "other-tool", password, options);
+        QVERIFY(!path.isEmpty());
+        // An error box is recorded and closed, so a refusal fails the comparison below.
+        ModalSeam::setObserver([](QDialog* dialog) {
+            if (dialog->windowTitle() == kErrorTitle)
+                QTimer::singleShot(0, dialog, &QDialog::reject);
+        });
+        importFile(path, password, token->pin(), true, false);
+        QCOMPARE(errorBoxes(), QStringList());
+        QCOMPARE(shownNames(), QStringList{"From Another Tool"});
+        QCOMPARE(window->certificateList().value(0).label, QString("other-tool"));
+    }
+
+    // The key pulled and put back while a certificate's details are open: the list is read
+    // again under the open dialog, and the row whose link opened it outlives its handler.
+    void keyReinsertedWhileDetailsOpen()
+    {
+        newToken();
+        QVERIFY(!token->load(credential("Details Open"), "details").isEmpty());
+        openTab();
+        QCOMPARE(shownNames(), QStringList{"Details Open"});
+        QPointer<QLabel> link = row("certNameLabel", 0);
+        QVERIFY(link);
+        QSignalSpy listings(window->certificateStorage(), &CryptokiStorage::certificates);
+        QString failure;
+        bool relisted = false;
+        ModalSeam::answer(ModalSeam::ShowIt);
+        ModalSeam::setObserver([&](QDialog* dialog) {
+            // Driven from the dialog's own event loop, as the user would meet it.
+            auto* poll = new QTimer(dialog);
+            connect(poll, &QTimer::timeout, dialog, [&, dialog, step = 0]() mutable {
+                if (step == 0) {
+                    if (!bench.remove(0))
+                        failure = bench.errorText();
+                    step = 1;
+                } else if (step == 1 && !window->tokenPresent) {
+                    if (!bench.insert(0))
+                        failure = bench.errorText();
+                    step = 2;
+                } else if (step == 2 && listings.count() > 0 && row("certNameLabel", 0)) {
+                    relisted = row("certNameLabel", 0) != link.data();
+                    dialog->accept();
+                }
+                if (!failure.isEmpty())
+                    dialog->reject();
+            });
+            poll->start(50);
+            QTimer::singleShot(40000, dialog, &QDialog::reject); // a failure ends the test, not hangs it
+        });
+        // A real click on the link, so the label's own text handling is on the stack.
+        QTest::mouseClick(link, Qt::LeftButton, Qt::NoModifier, QPoint(4, link->height() / 2));
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        QVERIFY(ModalSeam::seen().contains("Certificate Details|"));
+        QVERIFY(relisted);
+        QVERIFY(link); // not deleted under its own handler...
+        QTRY_VERIFY(!link); // ...but once the event loop is back
+        QCOMPARE(shownNames(), QStringList{"Details Open"});
+        QCOMPARE(ui()->stackedWidget->currentIndex(), 2);
+    }
+
+    // After an import, a core dump of the running program holds the PIN (or half of it) nowhere,
+    // as UTF-8 or UTF-16: the prompt, the queued request and the worker have all wiped it. This test never
+    // holds the PIN whole: it keeps it turned by rot13, a shell spells it out for the token,
+    // and the keys typed into the prompt are turned back one at a time.
+    void noPinInMemoryAfterImport()
+    {
+        QByteArray masked;
+        for (int i = 0; i < 24; ++i)
+            masked += char((i % 2 ? 'a' : 'A') + QRandomGenerator::global()->bounded(26));
+        newToken();
+        QString out;
+        const QString changePin = "pkcs11-tool --module \"$1\" --login --pin \"$2\" --change-pin "
+                                  "--new-pin \"$(printf %s \"$3\" | tr A-Za-z N-ZA-Mn-za-m)\"";
+        QVERIFY2(runTool("sh", {"-c", changePin, "sh", SoftHsmToken::backendPath(), token->pin(), masked}, &out,
+                         token->environment(false)),
+                 qPrintable(out));
+        openTab();
+
+        const QString path = writeP12(credential("Core Scan"), "core-scan.p12", QString(), "core");
+        ModalSeam::answerFile(path);
+        ModalSeam::answer(ModalSeam::ShowIt); // the PIN prompt
+        ModalSeam::answer(ModalSeam::ShowIt); // "Installing certificate. Please wait"
+        ModalSeam::setObserver([&](QDialog* dialog) {
+            if (dialog->windowTitle() != "Zorvik PIN Request")
+                return;
+            QTimer::singleShot(0, dialog, [&, dialog] {
+                auto* edit = dialog->findChild<QLineEdit*>();
+                for (const char c : qAsConst(masked))
+                    QTest::keyClick(edit, rot13(c));
+                dialog->accept();
+            });
+        });
+        // The dump is taken the moment the import is done, once the worker has let go of the
+        // request and before the next listing stirs the heap.
+        const QString core = files.filePath("dashboard-core");
+        QString dumpError = "no dump taken";
+        QObject dumpContext;
+        connect(window->certificateStorage(), &CryptokiStorage::importFinished, &dumpContext, [&] {
+            QObject idle;
+            idle.moveToThread(window->certificateStorage());
+            QMetaObject::invokeMethod(&idle, [] {}, Qt::BlockingQueuedConnection);
+            QString output;
+            dumpError = runTool("gcore", {"-o", core, QString::number(QCoreApplication::applicationPid())}, &output)
+                            ? QString()
+                            : output;
+        });
+        emit ui()->import_cert->linkActivated("import");
+        QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
+        waitForListing();
+        QCOMPARE(errorBoxes(), QStringList());
+        QCOMPARE(shownNames(), QStringList{"Core Scan"}); // the PIN was right
+        QVERIFY2(dumpError.isEmpty(), qPrintable(dumpError));
+
+        QFile dump(core + "." + QString::number(QCoreApplication::applicationPid()));
+        QVERIFY2(dump.open(QIODevice::ReadOnly), qPrintable(dump.errorString()));
+        QString pin;
+        for (const char c : qAsConst(masked))
+            pin += QChar(rot13(c));
+        // Half of it is as good as all of it to someone reading memory.
+        const QString half = pin.left(pin.size() / 2);
+        const bool found =
+            fileContains(dump, {half.toUtf8(), QByteArray(reinterpret_cast<const char*>(half.utf16()), half.size() * 2)});
+        QVERIFY(fileContains(dump, {masked})); // the dump does hold this process's memory
+        dump.remove();
+        QVERIFY2(!found, "the PIN is still in the program's memory");
     }
 
     // A distinctive PIN and file password go through import, a failed and a good deletion,
