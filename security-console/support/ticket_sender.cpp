@@ -69,7 +69,7 @@ void TicketSender::sendTicket(QString text_, QString email_, QString name_, QLis
     QMessageBox box;
     connect(this, &TicketSender::sentFinished, &box, &QMessageBox::reject);
     box.setWindowTitle(tr("Zorvik Dashboard"));
-    box.setText("Sending support request. Please wait");
+    box.setText(tr("Sending support request. Please wait"));
     box.setStandardButtons(QMessageBox::NoButton);
     QApplication::setOverrideCursor(Qt::WaitCursor);
     start();

@@ -11,7 +11,8 @@
 namespace {
 QString windowMessage(const char* text)
 {
-    return QCoreApplication::translate("Window messages", text);
+    // The callers mark their texts with QT_TRANSLATE_NOOP for lupdate.
+    return QCoreApplication::translate("Window messages", text); // notr
 }
 } // namespace
 
@@ -26,8 +27,10 @@ bool ApplicationInstaller::install(QWidget* parent, const QString& package)
 {
     packagePath = package;
     Log::print(Log::DEBUG, QString("trying to install %1").arg(package));
-    QMessageBox box(QMessageBox::Information, windowMessage("Updating Zorvik Software"),
-                    windowMessage("The %2 will be closed in order to install the most recent %1 updates.")
+    QMessageBox box(QMessageBox::Information,
+                    windowMessage(QT_TRANSLATE_NOOP("Window messages", "Updating Zorvik Software")),
+                    windowMessage(QT_TRANSLATE_NOOP(
+                        "Window messages", "The %2 will be closed in order to install the most recent %1 updates."))
                         .arg("Zorvik Security Pack", "Zorvik Dashboard"),
                     QMessageBox::Ok | QMessageBox::Cancel, parent);
     if (ModalSeam::exec(&box) != QMessageBox::Ok) {
