@@ -75,12 +75,8 @@ private slots:
     void initTestCase()
     {
         Q_INIT_RESOURCE(dashboard);
-        QVERIFY(home.isValid());
-        home.apply();
-        QVERIFY2(sim.start(), qPrintable(sim.lastError()));
-        sim.applyEnvironment();
-        WebAccess::initSSL();
-        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
+        const QString started = startServicesAndBench(home, sim, bench);
+        QVERIFY2(started.isEmpty(), qPrintable(started));
     }
 
     void init()

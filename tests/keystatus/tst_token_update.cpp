@@ -54,12 +54,8 @@ class TestTokenUpdate : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(home.isValid());
-        home.apply();
-        QVERIFY2(sim.start(), qPrintable(sim.lastError()));
-        sim.applyEnvironment();
-        WebAccess::initSSL();
-        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
+        const QString started = startServicesAndBench(home, sim, bench);
+        QVERIFY2(started.isEmpty(), qPrintable(started));
     }
 
     void init()

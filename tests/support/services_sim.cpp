@@ -1,5 +1,9 @@
 #include "services_sim.h"
 
+#include "bench.h"
+#include "test_support.h"
+#include "web_access.h"
+
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QJsonDocument>
@@ -210,4 +214,16 @@ QString ServicesSim::header(const QJsonValue& request, const QString& name)
             return nameValue.at(1).toString();
     }
     return QString();
+}
+
+QString startServicesAndBench(const TestHome& home, ServicesSim& sim, Bench& bench)
+{
+    if (!home.isValid())
+        return "no temporary home";
+    home.apply();
+    if (!sim.start())
+        return sim.lastError();
+    sim.applyEnvironment();
+    WebAccess::initSSL();
+    return bench.start() ? QString() : bench.errorText();
 }

@@ -86,3 +86,12 @@ private:
     QString name;
     QString error;
 };
+
+class Bench;
+class TestHome;
+
+// The set-up of the tests that run the program against both benches: the private home, the
+// services simulator (its addresses and CA in this process's environment, trusted by the
+// program's TLS set-up), then the smart-card bench. Empty when all of it started, else what
+// failed.
+QString startServicesAndBench(const TestHome& home, ServicesSim& sim, Bench& bench);

@@ -108,12 +108,9 @@ private slots:
     void initTestCase()
     {
         Q_INIT_RESOURCE(dashboard);
-        home.apply();
+        const QString started = startServicesAndBench(home, sim, bench);
+        QVERIFY2(started.isEmpty(), qPrintable(started));
         qunsetenv("ZORVIK_CRYPTOKI_CONF");
-        QVERIFY2(sim.start(), qPrintable(sim.lastError()));
-        sim.applyEnvironment();
-        WebAccess::initSSL();
-        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
     }
 
     void init()
