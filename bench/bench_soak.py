@@ -164,15 +164,15 @@ def soak(args, exe, env, bench_dir, sim):
         bench_cmd(bench_dir, sim, "insert", "--reader", "0")
 
 
-def idle(args, exe, env, bare, pcscd_pid):
+def idle(args, exe, env, bare):
     """CPU over `args.idle_seconds`: the program at its normal clock with a key in, window
     hidden, then shown; then the bare PC/SC loop at 2 Hz."""
     seconds = args.idle_seconds
     print("idle CPU over %d s, key inserted, normal 500 ms clock (whole process, all threads)" % seconds)
-    print("  %-34s %12s %10s %14s" % ("", "CPU ms", "% of core", "pcscd CPU ms"))
+    print("  %-34s %12s %10s" % ("", "CPU ms", "% of core"))
 
-    def row(label, cpu, server):
-        print("  %-34s %12.0f %10.2f %14.0f" % (label, cpu, cpu / (10.0 * seconds), server))
+    def row(label, cpu):
+        print("  %-34s %12.0f %10.2f" % (label, cpu, cpu / (10.0 * seconds)))
         sys.stdout.flush()
 
     env = {k: v for k, v in env.items() if k != "ZORVIK_READER_POLL_MS"}
@@ -180,25 +180,24 @@ def idle(args, exe, env, bare, pcscd_pid):
     try:
         # Settled: start-up, the update check and the first rounds are over.
         time.sleep(5)
-        c0, p0 = cpu_ms(app.proc.pid), cpu_ms(pcscd_pid)
+        c0 = cpu_ms(app.proc.pid)
         time.sleep(seconds)
-        row("dashboard, window hidden", cpu_ms(app.proc.pid) - c0, cpu_ms(pcscd_pid) - p0)
+        row("dashboard, window hidden", cpu_ms(app.proc.pid) - c0)
         # A second start shows the running instance's window.
         subprocess.run([exe], env=env, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=60)
         app.wait_window()
         time.sleep(3)
-        c0, p0 = cpu_ms(app.proc.pid), cpu_ms(pcscd_pid)
+        c0 = cpu_ms(app.proc.pid)
         time.sleep(seconds)
-        row("dashboard, window shown", cpu_ms(app.proc.pid) - c0, cpu_ms(pcscd_pid) - p0)
+        row("dashboard, window shown", cpu_ms(app.proc.pid) - c0)
     finally:
         app.stop()
-    p0 = cpu_ms(pcscd_pid)
     out = subprocess.run([bare, str(seconds * 2), "500"], env=env, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                          text=True)
     m = re.search(r"cpu_us=(\d+)", out.stdout)
     if out.returncode != 0 or not m:
         raise SystemExit("bare_pcsc_round failed: %s %s" % (out.stdout, out.stderr))
-    row("bare C PC/SC loop at 2 Hz", int(m.group(1)) / 1000.0, cpu_ms(pcscd_pid) - p0)
+    row("bare C PC/SC loop at 2 Hz", int(m.group(1)) / 1000.0)
 
 
 def main():
@@ -239,7 +238,7 @@ def main():
                 soak(args, exe, env, bench_dir, sim)
                 print()
             if not args.no_idle:
-                idle(args, exe, env, bare, state["pcscd_pid"])
+                idle(args, exe, env, bare)
     finally:
         if services:
             services.terminate()
