@@ -1,7 +1,8 @@
 /* One presence polling round done with plain PC/SC calls, for comparison with the
  * dashboard's: new context, reader listing into a 1024-byte buffer, one status query per
  * reader (at most ten) until a key is found.
- *   bare_pcsc_round ROUNDS   prints "rounds=N wall_us=W cpu_us=C present=P" */
+ *   bare_pcsc_round ROUNDS [INTERVAL_MS]   prints "rounds=N wall_us=W cpu_us=C present=P"
+ * Rounds follow one another at once, or start INTERVAL_MS apart (500: the dashboard's clock). */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -56,12 +57,22 @@ static double cpu_us(void)
 int main(int argc, char** argv)
 {
     const int rounds = argc > 1 ? atoi(argv[1]) : 400;
+    const long interval_ms = argc > 2 ? atol(argv[2]) : 0;
     int present = 0;
-    for (int i = 0; i < 5 && rounds > 0; ++i)
+    for (int i = 0; i < 5 && rounds > 0 && interval_ms == 0; ++i)
         round_once();
     const double w0 = now_us(), c0 = cpu_us();
-    for (int i = 0; i < rounds; ++i)
+    struct timespec next;
+    clock_gettime(CLOCK_MONOTONIC, &next);
+    for (int i = 0; i < rounds; ++i) {
+        if (interval_ms > 0) {
+            next.tv_nsec += interval_ms % 1000 * 1000000L;
+            next.tv_sec += interval_ms / 1000 + next.tv_nsec / 1000000000L;
+            next.tv_nsec %= 1000000000L;
+            clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, NULL);
+        }
         present = round_once();
+    }
     const double w1 = now_us(), c1 = cpu_us();
     printf("rounds=%d wall_us=%.0f cpu_us=%.0f present=%d\n", rounds, w1 - w0, c1 - c0, present);
     if (haveContext)

@@ -214,8 +214,68 @@ def section_startup(ctx):
     print()
 
 
+# ---------------------------------------------------------------------------------------
+# Section: test code against program code
+
+
+SOURCE_SUFFIXES = (".cpp", ".c", ".h", ".hpp", ".mm")
+
+
+def code_lines(text):
+    """Non-blank lines that are not only comment (// lines and /* ... */ blocks)."""
+    count, in_block = 0, False
+    for line in text.splitlines():
+        rest = line.strip()
+        code = ""
+        while rest:
+            if in_block:
+                end = rest.find("*/")
+                if end < 0:
+                    rest = ""
+                else:
+                    in_block, rest = False, rest[end + 2:].strip()
+            elif rest.startswith("//"):
+                rest = ""
+            elif rest.startswith("/*"):
+                in_block, rest = True, rest[2:]
+            else:
+                # Code on this line; a comment opened after it may run on.
+                code = rest
+                start = rest.find("/*")
+                if start < 0 or "*/" in rest[start + 2:] or '"' in rest[:start]:
+                    rest = ""
+                else:
+                    in_block, rest = True, ""
+        if code:
+            count += 1
+    return count
+
+
+def tree_lines(root, folders):
+    files = subprocess.run(["git", "-C", root, "ls-files", "-z", "--"] + folders, capture_output=True,
+                           check=True).stdout.decode().split("\0")
+    total = 0
+    for name in files:
+        if name.endswith(SOURCE_SUFFIXES) and os.path.isfile(os.path.join(root, name)):
+            with open(os.path.join(root, name), encoding="utf-8", errors="replace") as f:
+                total += code_lines(f.read())
+    return total
+
+
+def section_ratio(ctx):
+    print("== Test code against program code (non-blank, non-comment lines of %s in git) ==" %
+          "/".join(SOURCE_SUFFIXES))
+    root = os.path.dirname(HERE)
+    tests = tree_lines(root, ["tests"])
+    program = tree_lines(root, ["security-console", "platform"])
+    print("   tests/ %d lines, security-console/ + platform/ %d lines: ratio %.2f" %
+          (tests, program, tests / program if program else float("nan")))
+    print()
+
+
 SECTIONS = [
     ("startup", section_startup),
+    ("ratio", section_ratio),
 ]
 
 

@@ -118,6 +118,14 @@ QString extraCaFile()
     return qEnvironmentVariable("ZORVIK_EXTRA_CA");
 }
 
+int readerPollingIntervalMs()
+{
+    const int normal = 500;
+    bool ok = false;
+    const int value = qEnvironmentVariableIntValue("ZORVIK_READER_POLL_MS", &ok);
+    return ok && value >= 1 && value <= normal ? value : normal;
+}
+
 QString configDir()
 {
     QString base = qEnvironmentVariable("XDG_CONFIG_HOME");

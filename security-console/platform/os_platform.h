@@ -33,6 +33,10 @@ QString proxyTestUrl();
 // Extra trusted CA certificates (PEM) for HTTPS, from ZORVIK_EXTRA_CA; empty when unset.
 QString extraCaFile();
 
+// The clock of the reader and key polling, in milliseconds: 500. Benchmarks and tests run
+// it faster through ZORVIK_READER_POLL_MS (1 to 500); other values leave the default.
+int readerPollingIntervalMs();
+
 // The platform name a critical error report carries: "Mac OS X" on macOS, "Linux" here.
 QString reportPlatform();
 

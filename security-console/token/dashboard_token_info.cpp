@@ -1,6 +1,7 @@
 #include "dashboard_token_info.h"
 
 #include "log.h"
+#include "os_platform.h"
 
 #include <QTimer>
 
@@ -11,7 +12,7 @@ const char* const kVirtualReader = "Zorvik Virtual Card Reader";
 const int kReaderNamesSize = 1024;
 const int kMaxReaders = 10;
 const DWORD kStatusTimeoutMs = 1000;
-const int kRoundMs = 500;
+const quint64 kRoundsPerLogLine = 7200;
 } // namespace
 
 LONG ScardContextHandle::establish()
@@ -72,14 +73,18 @@ DashboardTokenInfo::~DashboardTokenInfo()
     }
     if (context.isValid())
         context.release();
+    Log::print(Log::DEBUG, QString("Reader polling stopped after %1 rounds").arg(rounds));
 }
 
 void DashboardTokenInfo::run()
 {
     // The timer lives in this thread; its rounds are delivered to the object's own thread.
     auto* timer = new QTimer();
-    timer->start(kRoundMs);
-    connect(timer, &QTimer::timeout, this, &DashboardTokenInfo::search);
+    connect(timer, &QTimer::timeout, timer, [this] {
+        if (!roundPending.exchange(true))
+            QMetaObject::invokeMethod(this, &DashboardTokenInfo::search, Qt::QueuedConnection);
+    });
+    timer->start(OsPlatform::readerPollingIntervalMs());
     exec();
     delete timer;
 }
@@ -140,6 +145,9 @@ bool DashboardTokenInfo::getReadersAndTokens(QStringList& readers, bool& tokenPr
 
 void DashboardTokenInfo::search()
 {
+    roundPending = false;
+    if (++rounds % kRoundsPerLogLine == 0)
+        Log::print(Log::DEBUG, QString("Reader polling: %1 rounds").arg(rounds));
     QStringList readers;
     bool tokenPresent = false;
     if (getReadersAndTokens(readers, tokenPresent)) {

@@ -6,6 +6,8 @@
 
 #include <winscard.h>
 
+#include <atomic>
+
 // A PC/SC context that releases itself. `get()` is 0 until established.
 class ScardContextHandle
 {
@@ -26,7 +28,8 @@ private:
 
 // Watches the smart-card service twice a second: whether it answers, which readers are
 // attached, and whether a key is in any of them. The thread only keeps the 500 ms clock;
-// every round runs on the thread that created the object (the GUI thread).
+// every round runs on the thread that created the object (the GUI thread). The rounds run
+// are counted: the log gets the count every 7200 rounds (an hour at 500 ms) and at the end.
 class DashboardTokenInfo : public QThread
 {
     Q_OBJECT
@@ -44,6 +47,7 @@ public:
     ScardContextHandle context;
     bool scardErrorReported = false;
     int missCount = 0;
+    quint64 rounds = 0;
 
 signals:
     void tokenFound();
@@ -57,6 +61,12 @@ public slots:
 
 protected:
     void run() override;
+
+private:
+    // A round asked of the object's thread and not yet run: the clock asks for no other
+    // meanwhile, so a busy or blocked GUI thread gets one round when it is free, not a
+    // backlog of them piling up in its event queue.
+    std::atomic<bool> roundPending{false};
 };
 
 // The name of a key-removal action: 1 "disconnect", 2 "logoff", 3 "disconnectAll".
