@@ -4,6 +4,7 @@
 
 #include "log.h"
 
+#include <QDir>
 #include <QSettings>
 #include <QStringList>
 
@@ -35,6 +36,16 @@ QString changeLogPath()
 QString reportPlatform()
 {
     return "Mac OS X";
+}
+
+QSettings* applicationSettings(QObject* parent)
+{
+    return new QSettings("Zorvik", "Dashboard", parent);
+}
+
+QString userLogPath()
+{
+    return QDir::homePath() + QDir::separator() + "Library/Logs/" + "dashboard.log";
 }
 
 } // namespace OsPlatform
