@@ -1,5 +1,5 @@
 // The answers of the OS seam that only macOS gives: the platform names, the release the
-// update API knows (from SystemVersion.plist) and its change log.
+// update API knows (from SystemVersion.plist) and its change log, where settings and logs live.
 #include "os_platform.h"
 
 #include "log.h"

@@ -3,6 +3,8 @@
 
 - the facts of one operating system (its paths, its names, its launchers and scripts) are
   written only in the platform files: security-console/platform/ and platform/;
+- the program's settings are opened in one place, OsPlatform::applicationSettings: no QSettings
+  by organisation and application name, nor a default one, outside the platform files;
 - no CMakeLists.txt leaves a folder or a source out of the build because it is missing
   (`if(EXISTS ...)`): a missing part is a configure error, never a quietly smaller program.
 
@@ -16,6 +18,8 @@ SOURCE = os.path.realpath(sys.argv[1])
 SELF = os.path.realpath(__file__)
 
 OS_FACTS = re.compile(r"Library/Logs|MacOSX|/usr/bin/open|\.bat\b")
+# QSettings("Org", "App") or a default-constructed QSettings.
+OWN_SETTINGS = re.compile(r"QSettings\s*\(\s*\"[^\"/]*\"\s*,|QSettings\s+\w+\s*;|new\s+QSettings\s*(\(\s*\)|;)")
 OS_FACT_HOMES = ("security-console/platform/", "platform/")
 CODE = (".c", ".cpp", ".h", ".in", ".ui", ".py", ".sh", ".cmake", ".txt")
 SCRIPTS = ("scripts/", "packaging/")
@@ -46,6 +50,8 @@ def main():
             if found and not rel.startswith(OS_FACT_HOMES):
                 problems.append(f"{rel}:{number}: \"{found.group(0)}\" belongs behind the OS seam "
                                 "(security-console/platform/)")
+            if OWN_SETTINGS.search(line) and not rel.startswith(OS_FACT_HOMES) and rel.endswith((".cpp", ".h")):
+                problems.append(f"{rel}:{number}: the program's settings come from OsPlatform::applicationSettings")
             if (os.path.basename(rel) == "CMakeLists.txt" or rel.endswith(".cmake")) and OPTIONAL_PART.search(line):
                 problems.append(f"{rel}:{number}: if(EXISTS ...) drops a part of the build silently")
     for p in problems:
