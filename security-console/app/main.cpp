@@ -1,5 +1,6 @@
 #include "dashboard_gui.h"
 #include "log.h"
+#include "os_platform.h"
 #include "worker_threads.h"
 
 #include <QDir>
@@ -22,8 +23,7 @@ int main(int argc, char** argv)
 
     Q_INIT_RESOURCE(dashboard);
 
-    const QString logPath = QDir::homePath() + QDir::separator() + "Library/Logs/" + "dashboard.log";
-    Log::setLog(logPath, Log::DEBUG, 3145728);
+    Log::setLog(OsPlatform::userLogPath(), Log::DEBUG, 3145728);
     qInstallMessageHandler(Log::messageHandler);
 
     int result = 1;

@@ -134,6 +134,17 @@ QString configDir()
     return base + "/zorvik";
 }
 
+QString componentPlatform()
+{
+    return "MacOSX";
+}
+
+QString credentialProviderScript(bool enable)
+{
+    return QCoreApplication::applicationDirPath() +
+           (enable ? "\\scripts\\enablezorvikcp.bat" : "\\scripts\\disablezorvikcp.bat");
+}
+
 QString cryptokiModulePath()
 {
     return besideProgram(ZORVIK_INSTALLED_PKCS11_MODULE, ZORVIK_BUILT_PKCS11_MODULE);

@@ -2,6 +2,9 @@
 
 #include <QString>
 
+class QObject;
+class QSettings;
+
 // The program's one seam to the operating system: everything whose answer differs
 // between macOS and Linux is asked here.
 namespace OsPlatform {
@@ -42,6 +45,22 @@ QString reportPlatform();
 
 // Per-user configuration directory of the Zorvik software.
 QString configDir();
+// The program's own settings ("showAllPKCS"), of organisation "Zorvik" and application
+// "Dashboard": the system's preferences on macOS; on Linux the file "Dashboard.conf" in
+// configDir(), next to every other per-user setting. Settings that an earlier version
+// kept elsewhere are taken over once, while the file is still missing.
+QSettings* applicationSettings(QObject* parent);
+
+// The log file main() names to the logger: the user's "Library/Logs" on macOS, the
+// logger library's user log on Linux (empty when the logger keeps none).
+QString userLogPath();
+
+// The platform name the components updater compares (getPlatform()). The component logic
+// knows the maker's names only, so every system this program builds for answers as macOS.
+QString componentPlatform();
+// The script that turns the credential provider on or off: the maker's other platform's
+// script beside the program, which nothing here can run (see executeAdminCommand).
+QString credentialProviderScript(bool enable);
 
 // The program's own files, found relative to the program: where the package installs them,
 // else where the build tree has them. A file found in neither place is answered with its

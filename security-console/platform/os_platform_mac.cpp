@@ -1,9 +1,10 @@
 // The answers of the OS seam that only macOS gives: the platform names, the release the
-// update API knows (from SystemVersion.plist) and its change log.
+// update API knows (from SystemVersion.plist) and its change log, where settings and logs live.
 #include "os_platform.h"
 
 #include "log.h"
 
+#include <QDir>
 #include <QSettings>
 #include <QStringList>
 
@@ -35,6 +36,16 @@ QString changeLogPath()
 QString reportPlatform()
 {
     return "Mac OS X";
+}
+
+QSettings* applicationSettings(QObject* parent)
+{
+    return new QSettings("Zorvik", "Dashboard", parent);
+}
+
+QString userLogPath()
+{
+    return QDir::homePath() + QDir::separator() + "Library/Logs/" + "dashboard.log";
 }
 
 } // namespace OsPlatform

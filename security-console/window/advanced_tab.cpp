@@ -6,6 +6,7 @@
 
 #include "dashboard_network_manager.h"
 #include "log.h"
+#include "os_platform.h"
 #include "process_helpers.h"
 #include "zorvik_proxy.h"
 #include "qvtoken.h"
@@ -114,8 +115,7 @@ void DashboardWindow::slotZORVIKCPcheckBoxToogle(bool checked)
 {
     if (checked == credentialProviderState)
         return;
-    const QString script = QCoreApplication::applicationDirPath() +
-                           (checked ? "\\scripts\\enablezorvikcp.bat" : "\\scripts\\disablezorvikcp.bat");
+    const QString script = OsPlatform::credentialProviderScript(checked);
     // Without elevation on this platform the runner reports failure (0), so the box snaps back.
     if (executeAdminCommand(QString("\"%1\"").arg(script)) != 0)
         credentialProviderState = checked;

@@ -10,6 +10,7 @@
 #include "log.h"
 #include "log_manager.h"
 #include "modal_seam.h"
+#include "os_platform.h"
 #include "process_helpers.h"
 #include "qvtoken.h"
 #include "report_error.h"
@@ -190,7 +191,7 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     for (QWidget* w :
          std::initializer_list<QWidget*>{ui->proxyImportIEButton, ui->groupBox_3, ui->groupBox_debug})
         w->setVisible(false);
-    settings = new QSettings("Zorvik", "Dashboard", this);
+    settings = OsPlatform::applicationSettings(this);
     ui->showAllPKCSCheckBox->setChecked(settings->value("showAllPKCS", false).toBool());
 
     // Help menu.

@@ -2,6 +2,7 @@
 
 #include "log.h"
 #include "modal_seam.h"
+#include "os_platform.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -102,7 +103,7 @@ QString getEnvVar(QString name)
 
 QString getPlatform()
 {
-    return "MacOSX";
+    return OsPlatform::componentPlatform();
 }
 
 int errorBox(QWidget* parent, QString text)
