@@ -3,7 +3,6 @@
 // Small helpers shared by the shell tests.
 
 #include <QByteArray>
-#include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
@@ -14,22 +13,6 @@
 #endif
 
 namespace shell {
-
-inline QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return f.readAll();
-}
-
-inline bool writeFile(const QString& path, const QByteArray& data)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    return f.write(data) == data.size();
-}
 
 // The log lines of `text` without their time stamp: "<LEVEL> <component>: <text>".
 inline QStringList strippedLines(const QString& text)
@@ -68,16 +51,6 @@ inline RunResult run(const QString& program, const QStringList& args, const QPro
     r.out = p.readAllStandardOutput();
     r.err = p.readAllStandardError();
     return r;
-}
-
-// Decompresses a gzip archive with the real gzip.
-inline QByteArray gunzip(const QString& path)
-{
-    QProcess p;
-    p.start("gzip", {"-dc", path});
-    if (!p.waitForFinished(60000) || p.exitCode() != 0)
-        return QByteArray("<gzip -dc failed>");
-    return p.readAllStandardOutput();
 }
 
 } // namespace shell
