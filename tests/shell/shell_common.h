@@ -54,3 +54,16 @@ inline RunResult run(const QString& program, const QStringList& args, const QPro
 }
 
 } // namespace shell
+
+// main() of a test whose process logs into a private home (`gHome`), set up before the
+// first line is logged: the logger fixes its paths then.
+#define SHELL_TEST_MAIN(TestClass)                                                                                     \
+    int main(int argc, char** argv)                                                                                    \
+    {                                                                                                                  \
+        TestHome home;                                                                                                 \
+        home.apply();                                                                                                  \
+        gHome = &home;                                                                                                 \
+        QCoreApplication app(argc, argv);                                                                              \
+        TestClass test;                                                                                                \
+        return QTest::qExec(&test, argc, argv);                                                                        \
+    }

@@ -401,14 +401,6 @@ void TestLogging::filesToSendOrder()
     QCOMPARE(LogManager().filesToSend(), QStringList({user, system, user + "1.gz", system + "1.gz"}));
 }
 
-int main(int argc, char** argv)
-{
-    TestHome home;
-    home.apply();
-    gHome = &home;
-    QCoreApplication app(argc, argv);
-    TestLogging test;
-    return QTest::qExec(&test, argc, argv);
-}
+SHELL_TEST_MAIN(TestLogging)
 
 #include "tst_logging.moc"

@@ -250,14 +250,6 @@ void TestProcessHelpers::sleepsWithNothingToWait()
     MySleep(1);
 }
 
-int main(int argc, char** argv)
-{
-    TestHome home;
-    home.apply();
-    gHome = &home;
-    QCoreApplication app(argc, argv);
-    TestProcessHelpers test;
-    return QTest::qExec(&test, argc, argv);
-}
+SHELL_TEST_MAIN(TestProcessHelpers)
 
 #include "tst_process_helpers.moc"
