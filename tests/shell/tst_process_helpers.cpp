@@ -37,9 +37,7 @@ private slots:
     void programPathWithBlanks_data();
     void programPathWithBlanks();
     void argumentsSplitHonouringQuotes();
-    void exitCodes_data();
-    void exitCodes();
-    void outputStopsAtNul();
+    void exitCodesAndOutput();
     void outputIsDiscardedAndInputClosed();
     void noCardsEnvironment_data();
     void noCardsEnvironment();
@@ -48,9 +46,7 @@ private slots:
     // Environment, files, formatting.
     void envVar();
     void checkPaths();
-    void hexlify_data();
-    void hexlify();
-    void sleepsWithNothingToWait();
+    void hexlifyAndSleep();
 
 private:
     QTemporaryDir tmp;
@@ -116,25 +112,11 @@ void TestProcessHelpers::argumentsSplitHonouringQuotes()
     QCOMPARE(executeCommandWithOutput(tool, "", false), QString(""));
 }
 
-void TestProcessHelpers::exitCodes_data()
+void TestProcessHelpers::exitCodesAndOutput()
 {
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("code");
-    QTest::newRow("failure") << QByteArray("exit 3\n") << 3;
+    QCOMPARE(executeCommand(script("exit-3", "exit 3\n"), "", false), 3);
     // A crash cannot be told from success, by design.
-    QTest::newRow("crash") << QByteArray("kill -SEGV $$\n") << 0;
-}
-
-void TestProcessHelpers::exitCodes()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(int, code);
-    const QString path = script("exit-" + QString(QTest::currentDataTag()), body);
-    QCOMPARE(executeCommand(path, "", false), code);
-}
-
-void TestProcessHelpers::outputStopsAtNul()
-{
+    QCOMPARE(executeCommand(script("crash", "kill -SEGV $$\n"), "", false), 0);
     const QString path = script("nul", "printf 'before\\000after'\n");
     QCOMPARE(executeCommandWithOutput(path, "", false), QString("before"));
     const QString utf8 = script("utf8", "printf 'Z\\303\\274rich\\n'\n");
@@ -225,29 +207,14 @@ void TestProcessHelpers::checkPaths()
     QVERIFY(gHome->readLog().contains("DEBUG dashboard: checking path:  " + tmp.path() + "  \n"));
 }
 
-void TestProcessHelpers::hexlify_data()
+void TestProcessHelpers::hexlifyAndSleep()
 {
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("empty") << QByteArray() << "";
-    QTest::newRow("one zero byte") << QByteArray(1, '\0') << "00";
-    QTest::newRow("three") << QByteArray("\x01\xab\xff", 3) << "01:AB:FF";
-}
-
-void TestProcessHelpers::hexlify()
-{
-    QFETCH(QByteArray, data);
-    QFETCH(QString, text);
-    QCOMPARE(::hexlify(data), text);
-}
-
-void TestProcessHelpers::sleepsWithNothingToWait()
-{
-    // These must come back (a negative time must not turn into an endless sleep).
-    MySleep(0);
-    MySleep(-5);
-    MySleep(-1000);
-    MySleep(1);
+    QCOMPARE(::hexlify(QByteArray()), QString());
+    QCOMPARE(::hexlify(QByteArray(1, '\0')), QString("00"));
+    QCOMPARE(::hexlify(QByteArray("\x01\xab\xff", 3)), QString("01:AB:FF"));
+    // These must come back: a negative time must not turn into an endless sleep.
+    for (int ms : {0, -5, -1000, 1})
+        MySleep(ms);
 }
 
 SHELL_TEST_MAIN(TestProcessHelpers)
