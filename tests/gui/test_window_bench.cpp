@@ -39,6 +39,9 @@ private slots:
 private:
     int serviceBoxes() const;
     void openWindow();
+    bool startBench(const QStringList& options = {});
+    // Waits until the presence worker has finished `n` more polling rounds.
+    bool waitRounds(int n = 3);
 
     TestHome home;
     std::unique_ptr<Bench> bench;
@@ -73,24 +76,39 @@ void TestWindowBench::openWindow()
     window->show();
 }
 
-void TestWindowBench::noReaderIsAServiceError()
+bool TestWindowBench::startBench(const QStringList& options)
 {
     bench = std::make_unique<Bench>();
-    QVERIFY2(bench->start({"--no-readers"}), qPrintable(bench->errorText()));
+    if (!bench->start(options))
+        qWarning().noquote() << "bench:" << bench->errorText();
+    return bench->isRunning();
+}
+
+bool TestWindowBench::waitRounds(int n)
+{
+    // Every round ends in exactly one of these.
+    DashboardTokenInfo* worker = window->tokenInfo();
+    QSignalSpy key(worker, &DashboardTokenInfo::tokenFound), readers(worker, &DashboardTokenInfo::readersFound),
+        none(worker, &DashboardTokenInfo::noTokenFound);
+    return QTest::qWaitFor([&] { return key.count() + readers.count() + none.count() >= n; }, n * kRound);
+}
+
+void TestWindowBench::noReaderIsAServiceError()
+{
+    QVERIFY(startBench({"--no-readers"}));
     ModalSeam::answer(QMessageBox::Cancel);
     openWindow();
     QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
     QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: SmartCard service error"));
     // Later rounds fail the same way without another box.
-    QTest::qWait(1500);
+    QVERIFY(waitRounds());
     QCOMPARE(serviceBoxes(), 1);
     QVERIFY(window->scardError);
 }
 
 void TestWindowBench::readerKeyAndRemoval()
 {
-    bench = std::make_unique<Bench>();
-    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    QVERIFY(startBench());
     openWindow();
     QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
     QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Reader %1 found").arg(bench->readerName(0)));
@@ -107,15 +125,14 @@ void TestWindowBench::readerKeyAndRemoval()
     QCOMPARE(window->form()->stackedWidget->currentIndex(), 0);
     QVERIFY(window->form()->import_cert_icon->text().contains("import_cert-gray.png"));
     // The rounds after the removal change nothing more.
-    QTest::qWait(1500);
+    QVERIFY(waitRounds());
     QCOMPARE(noToken.count(), 1);
     QCOMPARE(serviceBoxes(), 0);
 }
 
 void TestWindowBench::keyInVirtualReaderCounts()
 {
-    bench = std::make_unique<Bench>();
-    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    QVERIFY(startBench());
     const int virtualReader = bench->readerNames().indexOf(QRegularExpression("^Zorvik Virtual Card Reader.*"));
     QVERIFY(virtualReader >= 0);
     QVERIFY2(bench->insert(virtualReader), qPrintable(bench->errorText()));
@@ -126,8 +143,7 @@ void TestWindowBench::keyInVirtualReaderCounts()
 
 void TestWindowBench::serviceStopsAndRecovers()
 {
-    bench = std::make_unique<Bench>();
-    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    QVERIFY(startBench());
     openWindow();
     QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
 
@@ -135,7 +151,7 @@ void TestWindowBench::serviceStopsAndRecovers()
     ModalSeam::answer(QMessageBox::Cancel);
     QVERIFY2(bench->stopPcscd(), qPrintable(bench->errorText()));
     QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
-    QTest::qWait(1500);
+    QVERIFY(waitRounds());
     QCOMPARE(serviceBoxes(), 1);
     QVERIFY(home.readLog().contains("SmartCard Interface Error"));
 
@@ -161,8 +177,7 @@ void TestWindowBench::trayCertificatesWhileHidden()
     SoftHsmToken token;
     QVERIFY2(token.isValid(), qPrintable(token.errorText()));
     token.apply(false);
-    bench = std::make_unique<Bench>();
-    QVERIFY2(bench->start(), qPrintable(bench->errorText()));
+    QVERIFY(startBench());
     QVERIFY2(bench->insert(0), qPrintable(bench->errorText()));
     window = std::make_unique<DashboardWindow>();
     QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, kRound);

@@ -18,19 +18,6 @@ inline QString run(const QString& program, const QStringList& args, int* code = 
     return QString::fromLocal8Bit(p.readAll());
 }
 
-inline bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
-
-inline QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 inline void screenshot(QWidget* widget, const QString& name)
 {
     const QString dir = qEnvironmentVariable("ZORVIK_SCREENSHOT_DIR");
@@ -38,6 +25,6 @@ inline void screenshot(QWidget* widget, const QString& name)
         return;
     QDir().mkpath(dir);
     widget->show();
-    QTest::qWait(200);
+    QTest::qWaitForWindowExposed(widget);
     widget->grab().save(dir + "/" + name + ".png");
 }

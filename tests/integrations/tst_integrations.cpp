@@ -159,8 +159,6 @@ void TestIntegrations::profileLookup_data()
     QTest::newRow("absolute") << "@/elsewhere" << home.path() + "/elsewhere";
     QTest::newRow("missing directory") << "gone.default"
                                        << "";
-    QTest::newRow("no Profile0") << ""
-                                 << "";
 }
 
 void TestIntegrations::profileLookup()
@@ -188,8 +186,6 @@ void TestIntegrations::chromeEdit_data()
                                 << "error enabling chrome extension" << QByteArray("");
     QTest::newRow("state too far") << head + "\"x\":\"" + QByteArray(500, 'x') + "\",\"state\":0}}}}"
                                    << "unknown config format" << QByteArray("");
-    QTest::newRow("other extension") << QByteArray("{\"extensions\":{\"settings\":{\"a\":{\"state\":0}}}}")
-                                     << "unknown config format" << QByteArray("");
     QTest::newRow("no file") << QByteArray() << "Cannot open chrome preferences file: " << QByteArray();
 }
 
@@ -288,10 +284,6 @@ void TestIntegrations::solutionsLinks_data()
     QTest::addColumn<QString>("shown"); // title of the one dialog shown, empty for none
     QTest::newRow("openvpn setup") << "setup-openvpn"
                                    << "Zorvik support for OpenVPN";
-    QTest::newRow("firefox setup") << "setup-mozilla-firefox"
-                                   << "Zorvik security certificates support for Mozilla Firefox";
-    QTest::newRow("thunderbird setup") << "setup-mozilla-thunderbird"
-                                       << "Secure email support for Mozilla Thunderbird";
     QTest::newRow("unknown setup") << "setup-juniper"
                                    << "";
     QTest::newRow("no key") << "configure-openvpn-cryptoki"

@@ -133,13 +133,10 @@ private slots:
         QTest::addColumn<QString>("stored");
         QTest::addColumn<int>("code");
         QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("ascii") << "proxy.example:3128" << 0 << QByteArray("proxy.example:3128");
         QTest::newRow("o slash") << QString::fromUtf8("prøxy:80") << 0 << QByteArray("pr\xBFxy:80");
         QTest::newRow("euro") << QString::fromUtf8("€:1") << 0 << QByteArray("\xDB:1");
         QTest::newRow("apple logo") << QString(QChar(0xF8FF)) + ":1" << 0 << QByteArray("\xF0:1");
-        QTest::newRow("l stroke") << QString::fromUtf8("łódź:80") << -255 << QByteArray();
         QTest::newRow("old currency sign") << QString::fromUtf8("¤:80") << -255 << QByteArray();
-        QTest::newRow("chinese") << QString::fromUtf8("代理:80") << -255 << QByteArray();
         QTest::newRow("emoji") << QString::fromUtf8("\U0001F600:80") << -255 << QByteArray();
     }
 
@@ -178,29 +175,19 @@ private slots:
         QTest::addColumn<QString>("qtHost");
         QTest::addColumn<QString>("qtPort");
         QTest::addColumn<quint16>("installedPort");
+        // stored, C code, C host, C port, Qt enabled, Qt host, Qt port, installed port
         QTest::newRow("host and port") << QByteArray("proxy.lan:3128") << 0 << QByteArray("proxy.lan")
-                                       << QByteArray("3128") << true << "proxy.lan"
-                                       << "3128" << quint16(3128);
+                                       << QByteArray("3128") << true << "proxy.lan" << "3128" << quint16(3128);
         QTest::newRow("no colon") << QByteArray("proxy.lan") << -10 << QByteArray() << QByteArray() << false << ""
                                   << "" << quint16(0);
         QTest::newRow("three pieces") << QByteArray("h:80:x") << 0 << QByteArray("h") << QByteArray("80:x") << true
-                                      << "h"
-                                      << "80" << quint16(80);
-        QTest::newRow("empty host") << QByteArray(":3128") << 0 << QByteArray("") << QByteArray("3128") << true << ""
-                                    << "3128" << quint16(3128);
-        QTest::newRow("empty port") << QByteArray("proxy.lan:") << 0 << QByteArray("proxy.lan") << QByteArray("")
-                                    << true << "proxy.lan"
-                                    << "" << quint16(0);
-        QTest::newRow("only a colon") << QByteArray(":") << 0 << QByteArray("") << QByteArray("") << true << ""
-                                      << "" << quint16(0);
-        QTest::newRow("port not a number")
-            << QByteArray("proxy.lan:abc") << 0 << QByteArray("proxy.lan") << QByteArray("abc") << true << "proxy.lan"
-            << "abc" << quint16(0);
+                                      << "h" << "80" << quint16(80);
+        QTest::newRow("port not a number") << QByteArray("proxy.lan:abc") << 0 << QByteArray("proxy.lan")
+                                           << QByteArray("abc") << true << "proxy.lan" << "abc" << quint16(0);
         QTest::newRow("blanks kept") << QByteArray(" proxy.lan : 8080") << 0 << QByteArray(" proxy.lan ")
-                                     << QByteArray(" 8080") << true << " proxy.lan "
-                                     << " 8080" << quint16(8080);
-        QTest::newRow("empty") << QByteArray("") << -10 << QByteArray() << QByteArray() << false << ""
-                               << "" << quint16(0);
+                                     << QByteArray(" 8080") << true << " proxy.lan " << " 8080" << quint16(8080);
+        QTest::newRow("empty") << QByteArray("") << -10 << QByteArray() << QByteArray() << false << "" << ""
+                               << quint16(0);
     }
 
     void addressRules()
@@ -270,7 +257,6 @@ private slots:
         QTest::newRow("enabled, no address") << QVariant() << QVariant(true) << -255 << 99u;
         QTest::newRow("empty address") << QVariant("") << QVariant(true) << -255 << 99u;
         QTest::newRow("address, no flag") << QVariant("q:8080") << QVariant() << 0 << 0u;
-        QTest::newRow("nothing stored") << QVariant() << QVariant() << -255 << 99u;
     }
 
     void missingValues()
@@ -302,18 +288,17 @@ private slots:
         QTest::addColumn<QByteArray>("port");
         QTest::addColumn<int>("envCode");
         QTest::addColumn<int>("sysCode");
+        // env, stored, enabled; then proxy_discover's code, host, port; the env and stored lookups' codes
         QTest::newRow("env overrides stored") << QVariant("p:3128") << QByteArray("q:8080") << true << 0
                                               << QByteArray("p") << QByteArray("3128") << 0 << 0;
-        QTest::newRow("env without colon ignored")
-            << QVariant("p") << QByteArray("q:8080") << true << 0 << QByteArray("q") << QByteArray("8080") << -255 << 0;
-        QTest::newRow("empty env ignored")
-            << QVariant("") << QByteArray("q:8080") << true << 0 << QByteArray("q") << QByteArray("8080") << -255 << 0;
+        QTest::newRow("env without colon ignored") << QVariant("p") << QByteArray("q:8080") << true << 0
+                                                   << QByteArray("q") << QByteArray("8080") << -255 << 0;
+        QTest::newRow("empty env ignored") << QVariant("") << QByteArray("q:8080") << true << 0 << QByteArray("q")
+                                           << QByteArray("8080") << -255 << 0;
         QTest::newRow("env despite disabled setting") << QVariant("p:3128") << QByteArray("q:8080") << false << 0
                                                       << QByteArray("p") << QByteArray("3128") << 0 << -255;
-        QTest::newRow("stored but disabled")
-            << QVariant() << QByteArray("q:8080") << false << -10 << QByteArray() << QByteArray() << -255 << -255;
-        QTest::newRow("stored without colon")
-            << QVariant() << QByteArray("q") << true << -10 << QByteArray() << QByteArray() << -255 << -255;
+        QTest::newRow("stored but disabled") << QVariant() << QByteArray("q:8080") << false << -10 << QByteArray()
+                                             << QByteArray() << -255 << -255;
     }
 
     void discoveryPrecedence()
@@ -350,20 +335,11 @@ private slots:
         proxy_config_free(&empty);
     }
 
-    // A disabled proxy keeps its address stored and installs no proxy; the single manager
-    // takes the stored proxy with the default type.
+    // The single manager takes the stored proxy with the default type, and none while it
+    // is disabled; the installed one carries no credentials.
     void installedProxy()
     {
         QCOMPARE(zorvikpc_set_proxy(1, "q:8080", 0), 0);
-        ProxyConfig config = DashboardNetworkManager::readProxySettings();
-        QCOMPARE(config.host, QString("q"));
-        QCOMPARE(config.port, QString("8080"));
-        QVERIFY(!config.enabled);
-        DashboardNetworkManager::SetupProxy(config);
-        QCOMPARE(QNetworkProxy::applicationProxy().type(), QNetworkProxy::NoProxy);
-        QCOMPARE(QNetworkProxyFactory::proxyForQuery(QNetworkProxyQuery(QUrl("https://ks.zorvik.com/"))).at(0).type(),
-                 QNetworkProxy::NoProxy);
-
         DashboardNetworkManager manager(nullptr);
         manager.UpdateProxy();
         QCOMPARE(manager.proxy().type(), QNetworkProxy::NoProxy);
@@ -372,19 +348,10 @@ private slots:
         QCOMPARE(zorvikpc_set_proxy(1, "q:8080", 1), 0);
         manager.UpdateProxy();
         QCOMPARE(manager.proxy().type(), QNetworkProxy::DefaultProxy);
-        QCOMPARE(manager.proxy().hostName(), QString("q"));
-        QCOMPARE(manager.proxy().port(), quint16(8080));
-        const QString log = logSince(mark);
-        QVERIFY(log.contains("DEBUG dashboard: Read proxy settings"));
-        QVERIFY(log.contains("Proxy config string user: q:8080"));
-        QVERIFY(log.contains("Created QNetworkAccessManager using proxy q:8080"));
-
-        config = DashboardNetworkManager::readProxySettings();
-        DashboardNetworkManager::SetupProxy(config);
+        QCOMPARE(manager.proxy().hostName() + ":" + QString::number(manager.proxy().port()), QString("q:8080"));
+        QVERIFY(logSince(mark).contains("Created QNetworkAccessManager using proxy q:8080"));
+        DashboardNetworkManager::SetupProxy(DashboardNetworkManager::readProxySettings());
         const QNetworkProxy installed = QNetworkProxy::applicationProxy();
-        QCOMPARE(installed.type(), QNetworkProxy::HttpProxy);
-        QCOMPARE(installed.hostName(), QString("q"));
-        QCOMPARE(installed.port(), quint16(8080));
         QVERIFY(installed.user().isEmpty() && installed.password().isEmpty());
         DashboardNetworkManager::SetupProxy(ProxyConfig());
     }

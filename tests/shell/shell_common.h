@@ -3,7 +3,6 @@
 // Small helpers shared by the shell tests.
 
 #include <QByteArray>
-#include <QFile>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
@@ -14,22 +13,6 @@
 #endif
 
 namespace shell {
-
-inline QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return f.readAll();
-}
-
-inline bool writeFile(const QString& path, const QByteArray& data)
-{
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    return f.write(data) == data.size();
-}
 
 // The log lines of `text` without their time stamp: "<LEVEL> <component>: <text>".
 inline QStringList strippedLines(const QString& text)
@@ -70,14 +53,17 @@ inline RunResult run(const QString& program, const QStringList& args, const QPro
     return r;
 }
 
-// Decompresses a gzip archive with the real gzip.
-inline QByteArray gunzip(const QString& path)
-{
-    QProcess p;
-    p.start("gzip", {"-dc", path});
-    if (!p.waitForFinished(60000) || p.exitCode() != 0)
-        return QByteArray("<gzip -dc failed>");
-    return p.readAllStandardOutput();
-}
-
 } // namespace shell
+
+// main() of a test whose process logs into a private home (`gHome`), set up before the
+// first line is logged: the logger fixes its paths then.
+#define SHELL_TEST_MAIN(TestClass)                                                                                     \
+    int main(int argc, char** argv)                                                                                    \
+    {                                                                                                                  \
+        TestHome home;                                                                                                 \
+        home.apply();                                                                                                  \
+        gHome = &home;                                                                                                 \
+        QCoreApplication app(argc, argv);                                                                              \
+        TestClass test;                                                                                                \
+        return QTest::qExec(&test, argc, argv);                                                                        \
+    }

@@ -37,9 +37,7 @@ private slots:
     void programPathWithBlanks_data();
     void programPathWithBlanks();
     void argumentsSplitHonouringQuotes();
-    void exitCodes_data();
-    void exitCodes();
-    void outputStopsAtNul();
+    void exitCodesAndOutput();
     void outputIsDiscardedAndInputClosed();
     void noCardsEnvironment_data();
     void noCardsEnvironment();
@@ -47,12 +45,8 @@ private slots:
 
     // Environment, files, formatting.
     void envVar();
-    void checkDirLogging_data();
-    void checkDirLogging();
-    void checkFile();
-    void hexlify_data();
-    void hexlify();
-    void sleepsWithNothingToWait();
+    void checkPaths();
+    void hexlifyAndSleep();
 
 private:
     QTemporaryDir tmp;
@@ -65,7 +59,7 @@ private:
 QString TestProcessHelpers::script(const QString& name, const QByteArray& body)
 {
     const QString path = spacedDir + "/" + name;
-    if (!shell::writeFile(path, "#!/bin/sh\n" + body))
+    if (!writeFile(path, "#!/bin/sh\n" + body))
         return QString();
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     return path;
@@ -118,27 +112,11 @@ void TestProcessHelpers::argumentsSplitHonouringQuotes()
     QCOMPARE(executeCommandWithOutput(tool, "", false), QString(""));
 }
 
-void TestProcessHelpers::exitCodes_data()
+void TestProcessHelpers::exitCodesAndOutput()
 {
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<int>("code");
-    QTest::newRow("success") << QByteArray("exit 0\n") << 0;
-    QTest::newRow("failure") << QByteArray("exit 3\n") << 3;
-    QTest::newRow("255") << QByteArray("exit 255\n") << 255;
+    QCOMPARE(executeCommand(script("exit-3", "exit 3\n"), "", false), 3);
     // A crash cannot be told from success, by design.
-    QTest::newRow("crash") << QByteArray("kill -SEGV $$\n") << 0;
-}
-
-void TestProcessHelpers::exitCodes()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(int, code);
-    const QString path = script("exit-" + QString(QTest::currentDataTag()), body);
-    QCOMPARE(executeCommand(path, "", false), code);
-}
-
-void TestProcessHelpers::outputStopsAtNul()
-{
+    QCOMPARE(executeCommand(script("crash", "kill -SEGV $$\n"), "", false), 0);
     const QString path = script("nul", "printf 'before\\000after'\n");
     QCOMPARE(executeCommandWithOutput(path, "", false), QString("before"));
     const QString utf8 = script("utf8", "printf 'Z\\303\\274rich\\n'\n");
@@ -202,94 +180,43 @@ void TestProcessHelpers::adminCommandsRunNothingElevated()
 
 void TestProcessHelpers::envVar()
 {
+    // Unset: a null text and no line; set, even empty: the value and one line.
     qunsetenv("SHELL_TEST_UNSET");
-    int mark = logMark();
-    QVERIFY(getEnvVar("SHELL_TEST_UNSET").isNull());
-    QVERIFY(!gHome->readLog().mid(mark).contains("SHELL_TEST_UNSET"));
-
     qputenv("SHELL_TEST_EMPTY", "");
-    mark = logMark();
-    const QString empty = getEnvVar("SHELL_TEST_EMPTY");
-    QVERIFY(!empty.isNull());
-    QVERIFY(empty.isEmpty());
-    QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: getEnvVar SHELL_TEST_EMPTY="}));
-
     qputenv("SHELL_TEST_SET", "a value");
-    mark = logMark();
-    QCOMPARE(getEnvVar("SHELL_TEST_SET"), QString("a value"));
-    QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: getEnvVar SHELL_TEST_SET=a value"}));
-}
-
-void TestProcessHelpers::checkDirLogging_data()
-{
-    QTest::addColumn<QString>("path"); // "<t>" is the temporary directory
-    QTest::addColumn<bool>("result");
-    QTest::addColumn<QStringList>("notes");
-    QTest::newRow("directory") << "<t>" << true << QStringList();
-    QTest::newRow("directory with blanks around") << "  <t>  " << true << QStringList();
-    QTest::newRow("regular file") << "<t>/file" << false << QStringList({"not dir"});
-    QTest::newRow("missing") << "<t>/missing" << false << QStringList({"not exist", "not dir"});
-}
-
-void TestProcessHelpers::checkDirLogging()
-{
-    QFETCH(QString, path);
-    QFETCH(bool, result);
-    QFETCH(QStringList, notes);
-    QVERIFY(shell::writeFile(tmp.path() + "/file", "x"));
-    path.replace("<t>", tmp.path());
     const int mark = logMark();
-    QCOMPARE(checkDir(path), result);
-    QStringList expected = {"DEBUG dashboard: checking path:" + path};
-    for (const QString& n : notes)
-        expected << "DEBUG dashboard: " + n;
-    QCOMPARE(logSince(mark), expected);
+    QVERIFY(getEnvVar("SHELL_TEST_UNSET").isNull());
+    const QString empty = getEnvVar("SHELL_TEST_EMPTY");
+    QVERIFY(!empty.isNull() && empty.isEmpty());
+    QCOMPARE(getEnvVar("SHELL_TEST_SET"), QString("a value"));
+    QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: getEnvVar SHELL_TEST_EMPTY=",
+                                          "DEBUG dashboard: getEnvVar SHELL_TEST_SET=a value"}));
 }
 
-void TestProcessHelpers::checkFile()
+void TestProcessHelpers::checkPaths()
 {
     const QString file = tmp.path() + "/readable";
-    QVERIFY(shell::writeFile(file, "x"));
-    QVERIFY(::checkFile(file));
+    QVERIFY(writeFile(file, "x"));
+    // Blanks around a path are not part of it.
+    QVERIFY(checkDir("  " + tmp.path() + "  "));
+    QVERIFY(!checkDir(file));
+    QVERIFY(!checkDir(tmp.path() + "/missing"));
     QVERIFY(::checkFile(" " + file + "\t"));
     QVERIFY(!::checkFile(tmp.path()));
     QVERIFY(!::checkFile(tmp.path() + "/missing"));
+    QVERIFY(gHome->readLog().contains("DEBUG dashboard: checking path:  " + tmp.path() + "  \n"));
 }
 
-void TestProcessHelpers::hexlify_data()
+void TestProcessHelpers::hexlifyAndSleep()
 {
-    QTest::addColumn<QByteArray>("data");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("empty") << QByteArray() << "";
-    QTest::newRow("one zero byte") << QByteArray(1, '\0') << "00";
-    QTest::newRow("two") << QByteArray("\x0a\x1b", 2) << "0A:1B";
-    QTest::newRow("three") << QByteArray("\x01\xab\xff", 3) << "01:AB:FF";
+    QCOMPARE(::hexlify(QByteArray()), QString());
+    QCOMPARE(::hexlify(QByteArray(1, '\0')), QString("00"));
+    QCOMPARE(::hexlify(QByteArray("\x01\xab\xff", 3)), QString("01:AB:FF"));
+    // These must come back: a negative time must not turn into an endless sleep.
+    for (int ms : {0, -5, -1000, 1})
+        MySleep(ms);
 }
 
-void TestProcessHelpers::hexlify()
-{
-    QFETCH(QByteArray, data);
-    QFETCH(QString, text);
-    QCOMPARE(::hexlify(data), text);
-}
-
-void TestProcessHelpers::sleepsWithNothingToWait()
-{
-    // These must come back (a negative time must not turn into an endless sleep).
-    MySleep(0);
-    MySleep(-5);
-    MySleep(-1000);
-    MySleep(1);
-}
-
-int main(int argc, char** argv)
-{
-    TestHome home;
-    home.apply();
-    gHome = &home;
-    QCoreApplication app(argc, argv);
-    TestProcessHelpers test;
-    return QTest::qExec(&test, argc, argv);
-}
+SHELL_TEST_MAIN(TestProcessHelpers)
 
 #include "tst_process_helpers.moc"

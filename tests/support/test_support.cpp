@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QProcess>
 #include <QTest>
 
 TestHome::TestHome()
@@ -74,4 +76,27 @@ int countLines(const QString& text, const QString& needle)
         if (line.contains(needle))
             ++n;
     return n;
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
+}
+
+QByteArray gunzip(const QByteArray& data)
+{
+    QProcess gzip;
+    gzip.start("gzip", {"-dc"});
+    gzip.write(data);
+    gzip.closeWriteChannel();
+    gzip.waitForFinished(60000);
+    return gzip.readAllStandardOutput();
 }

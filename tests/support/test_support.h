@@ -32,3 +32,10 @@ private:
 
 // Lines of `text` that contain `needle`.
 int countLines(const QString& text, const QString& needle);
+
+// A whole file; empty when it cannot be read.
+QByteArray readFile(const QString& path);
+// Writes a whole file, making the missing directories.
+bool writeFile(const QString& path, const QByteArray& bytes);
+// Decompresses gzip data with the real gzip.
+QByteArray gunzip(const QByteArray& data);

@@ -29,18 +29,6 @@ const QByteArray kBoundary = "--DASHBOARD---237582364582639485761982651892365253
 const QString kOutcome = "Zorvik Dashboard message|";
 const QString kNotSent = "Error sending support request. Your help request has not been sent.";
 
-QByteArray readFile(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 QByteArray part(const QByteArray& name, const QByteArray& value, const QByteArray& file = QByteArray())
 {
     const QByteArray head = "--" + kBoundary + "\r\nContent-Disposition: form-data; name=\"" + name;
@@ -60,16 +48,6 @@ QList<QPair<QByteArray, QByteArray>> formParts(const QByteArray& body, const QBy
         parts.append({chunk.left(blank), chunk.mid(blank + 4)});
     }
     return parts;
-}
-
-QByteArray gunzip(const QByteArray& data)
-{
-    QProcess gzip;
-    gzip.start("gzip", {"-dc"});
-    gzip.write(data);
-    gzip.closeWriteChannel();
-    gzip.waitForFinished(30000);
-    return gzip.readAllStandardOutput();
 }
 
 } // namespace
