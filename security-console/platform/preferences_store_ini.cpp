@@ -1,6 +1,7 @@
 // Linux back end of PreferencesStore: one INI file per domain under the configuration
 // directory.
 #include "os_platform.h"
+#include "preferences_ini.h"
 #include "preferences_store.h"
 
 #include <QDir>
@@ -13,9 +14,8 @@
 
 namespace {
 
-using Entries = QVector<std::pair<QString, QString>>;
+using PreferencesIni::Entries;
 
-// Values are kept on one line: backslash and control characters are escaped.
 QString escape(const QString& value)
 {
     QString out;
@@ -77,15 +77,20 @@ QString unescape(const QString& value)
     return out;
 }
 
-// Reads "key=value" lines; blank lines, comments (";" or "#") and section headers are
-// skipped. The value is everything after the first "=", blanks included.
 Entries readEntries(const QString& path)
 {
-    Entries entries;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return entries;
-    const QList<QByteArray> lines = file.readAll().split('\n');
+        return Entries();
+    return PreferencesIni::parse(file.readAll());
+}
+
+} // namespace
+
+PreferencesIni::Entries PreferencesIni::parse(const QByteArray& content)
+{
+    Entries entries;
+    const QList<QByteArray> lines = content.split('\n');
     for (QByteArray line : lines) {
         if (line.endsWith('\r'))
             line.chop(1);
@@ -111,7 +116,13 @@ Entries readEntries(const QString& path)
     return entries;
 }
 
-} // namespace
+QByteArray PreferencesIni::format(const QString& domain, const Entries& entries)
+{
+    QByteArray content = "; Preferences of " + domain.toUtf8() + "\n[" + domain.toUtf8() + "]\n";
+    for (const auto& entry : entries)
+        content += entry.first.toUtf8() + '=' + escape(entry.second).toUtf8() + '\n';
+    return content;
+}
 
 QString PreferencesStore::filePath() const
 {
@@ -159,9 +170,7 @@ bool PreferencesStore::writeValues(const QMap<QString, QVariant>& changes)
             entries.append({it.key(), text});
     }
 
-    QByteArray content = "; Preferences of " + domainName.toUtf8() + "\n[" + domainName.toUtf8() + "]\n";
-    for (const auto& entry : entries)
-        content += entry.first.toUtf8() + '=' + escape(entry.second).toUtf8() + '\n';
+    const QByteArray content = PreferencesIni::format(domainName, entries);
 
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
