@@ -99,9 +99,10 @@ PreferencesIni::Entries PreferencesIni::parse(const QByteArray& content)
         if (head.isEmpty() || head.startsWith(';') || head.startsWith('#') || head.startsWith('['))
             continue;
         const int eq = text.indexOf('=');
-        if (eq <= 0)
+        const QString key = text.left(qMax(eq, 0)).trimmed();
+        // A line without a key (" = x") would be written back as "=x", which is not read.
+        if (key.isEmpty())
             continue;
-        const QString key = text.left(eq).trimmed();
         const QString value = unescape(text.mid(eq + 1));
         bool replaced = false;
         for (auto& entry : entries) {
