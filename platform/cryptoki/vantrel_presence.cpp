@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cryptoki_log.h"
+#include "reader_names.h"
 #include "vantrel_protocol.h"
 
 namespace zcryptoki {
@@ -139,15 +140,12 @@ std::vector<std::string> listReaders(PcscState& s)
         names.resize(length + 1);
         rv = SCardListReaders(s.context, nullptr, names.data(), &length);
     }
-    std::vector<std::string> readers;
     if (rv != SCARD_S_SUCCESS) {
         if (rv != SCARD_E_NO_READERS_AVAILABLE)
             dropContext(s);
-        return readers;
+        return {};
     }
-    for (const char* p = names.data(); p < names.data() + length && *p; p += std::strlen(p) + 1)
-        readers.emplace_back(p);
-    return readers;
+    return zorvik_platform::readerNames(names.data(), std::min<size_t>(length, names.size()));
 }
 
 } // namespace

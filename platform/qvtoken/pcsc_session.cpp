@@ -1,6 +1,9 @@
 #include "pcsc_session.h"
 
+#include "reader_names.h"
 #include "vantrel_protocol.h"
+
+#include <algorithm>
 
 #include <cstdio>
 
@@ -54,12 +57,7 @@ std::vector<std::string> PcscContext::readers(LONG& rv) const
     }
     if (rv != SCARD_S_SUCCESS)
         return names;
-    for (size_t i = 0; i < len && buf[i] != '\0';) {
-        const std::string name(&buf[i]);
-        names.push_back(name);
-        i += name.size() + 1;
-    }
-    return names;
+    return zorvik_platform::readerNames(buf.data(), std::min<size_t>(len, buf.size()));
 }
 
 CardSession::~CardSession()
@@ -130,23 +128,14 @@ LONG CardSession::transmit(const std::vector<uint8_t>& apdu, std::vector<uint8_t
         const LONG rv = SCardTransmit(card, pci, command.data(), static_cast<DWORD>(command.size()), nullptr, buf, &len);
         if (rv != SCARD_S_SUCCESS)
             return rv;
-        if (len < 2)
+        switch (takeAnswer(buf, std::min<size_t>(len, sizeof buf), command, response)) {
+        case AnswerStep::Done:
+            return SCARD_S_SUCCESS;
+        case AnswerStep::Malformed:
             return SCARD_F_COMM_ERROR;
-        const uint8_t sw1 = buf[len - 2];
-        const uint8_t sw2 = buf[len - 1];
-        if (sw1 == 0x61) {
-            // More data waits: fetch it with GET RESPONSE.
-            response.insert(response.end(), buf, buf + len - 2);
-            command = {0x00, 0xC0, 0x00, 0x00, sw2};
-            continue;
+        case AnswerStep::Again:
+            break;
         }
-        if (sw1 == 0x6C && command.size() >= 5) {
-            // Wrong expected length: the card says how many bytes it has.
-            command.back() = sw2;
-            continue;
-        }
-        response.insert(response.end(), buf, buf + len);
-        return SCARD_S_SUCCESS;
     }
     return SCARD_F_COMM_ERROR;
 }
@@ -160,13 +149,6 @@ LONG CardSession::selectVantrel(uint16_t& sw)
     if (rv == SCARD_S_SUCCESS)
         sw = statusWord(response);
     return rv;
-}
-
-uint16_t statusWord(const std::vector<uint8_t>& response)
-{
-    if (response.size() < 2)
-        return 0;
-    return static_cast<uint16_t>((response[response.size() - 2] << 8) | response.back());
 }
 
 } // namespace qvtoken

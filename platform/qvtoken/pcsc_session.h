@@ -2,6 +2,8 @@
 // transaction. Both release what they hold when they go out of scope.
 #pragma once
 
+#include "card_answers.h"
+
 #include <winscard.h>
 
 #include <cstdint>
@@ -50,8 +52,8 @@ public:
 
     const std::vector<uint8_t>& atr() const { return atrBytes; }
 
-    // Sends one APDU; the response holds data and the two status bytes. Answers 61xx (more
-    // data) and 6Cxx (wrong Le) are followed up as ISO 7816-4 says.
+    // Sends one APDU; the response holds data and the two status bytes. Follow-ups as
+    // takeAnswer says.
     LONG transmit(const std::vector<uint8_t>& apdu, std::vector<uint8_t>& response);
 
     // SELECT of the Vantrel application; sw gets the status word (0 on a transport error).
@@ -65,7 +67,5 @@ private:
     bool inTransaction = false;
     std::vector<uint8_t> atrBytes;
 };
-
-uint16_t statusWord(const std::vector<uint8_t>& response);
 
 } // namespace qvtoken

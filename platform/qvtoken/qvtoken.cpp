@@ -3,6 +3,7 @@
 
 #include "platform_files.h"
 
+#include "card_answers.h"
 #include "pcsc_session.h"
 #include "qvlogger.h"
 #include "vantrel_protocol.h"
@@ -25,6 +26,7 @@
 #include <unistd.h>
 
 using qvtoken::CardSession;
+using qvtoken::parseStatusRecord;
 using qvtoken::PcscContext;
 using qvtoken::scardText;
 using qvtoken::statusWord;
@@ -123,46 +125,6 @@ int openVantrel(PcscContext& context, CardSession& session, const std::string& r
     if (sw != VANTREL_SW_OK)
         return QVTOKEN_ERR_NOT_VANTREL;
     return QVTOKEN_OK;
-}
-
-// Fills the record from the GET STATUS answer (data without the status word).
-bool parseStatusRecord(const std::vector<uint8_t>& d, KeyStatusRecord& rec)
-{
-    size_t pos = 0;
-    auto need = [&](size_t n) { return pos + n <= d.size(); };
-    if (!need(4 + 1 + 1 + VANTREL_SERIAL_LEN))
-        return false;
-    const uint32_t info = (uint32_t(d[0]) << 24) | (uint32_t(d[1]) << 16) | (uint32_t(d[2]) << 8) | d[3];
-    pos = 4;
-    const int32_t status = d[pos++];
-    const int32_t network = d[pos++];
-    uint8_t serial[VANTREL_SERIAL_LEN];
-    std::memcpy(serial, &d[pos], VANTREL_SERIAL_LEN);
-    pos += VANTREL_SERIAL_LEN;
-    uint8_t* arrays[2] = {rec.firstVersion, rec.secondVersion};
-    int16_t* lengths[2] = {&rec.firstVersionLen, &rec.secondVersionLen};
-    for (int i = 0; i < 2; ++i) {
-        if (!need(1))
-            return false;
-        const size_t n = d[pos++];
-        if (n > VANTREL_VERSION_MAX || !need(n))
-            return false;
-        std::memcpy(arrays[i], &d[pos], n);
-        *lengths[i] = static_cast<int16_t>(n);
-        pos += n;
-    }
-    if (!need(1))
-        return false;
-    const size_t c = d[pos++];
-    if (c > VANTREL_CONTROLLER_MAX || !need(c))
-        return false;
-    std::memcpy(rec.controllerVersion, &d[pos], c);
-    rec.controllerVersion[c] = '\0';
-    rec.infoStatus = static_cast<int32_t>(info);
-    rec.tokenStatus = status;
-    rec.networkType = network;
-    std::memcpy(rec.serial, serial, VANTREL_SERIAL_LEN);
-    return true;
 }
 
 // Sends a Vantrel command built from its parts; sw gets the status word.

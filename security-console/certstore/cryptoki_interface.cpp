@@ -7,6 +7,7 @@
 #include "zorvik_cryptoki.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QSslCertificate>
@@ -244,17 +245,14 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
                                 QString* errorText)
 {
     log("Cryptoki interface: readP12 from " + path);
-    FILE* file = std::fopen(path.toUtf8().constData(), "rb");
-    if (!file) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
         *errorText = QString("Error opening file %1").arg(path);
         return false;
     }
     ERR_clear_error();
-    // Decoded into a structure bound to our context, which its safes and bags inherit.
-    PKCS12* p12 = PKCS12_init_ex(NID_pkcs7_data, pkcs12Context(), nullptr);
-    if (p12 && !d2i_PKCS12_fp(file, &p12))
-        p12 = nullptr; // freed by the decoder
-    std::fclose(file);
+    PKCS12* p12 = decodeP12(file.readAll());
+    file.close();
     if (!p12) {
         *errorText = QString("Error reading PKCS#12 file %1").arg(path);
         return false;
@@ -293,8 +291,24 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
         // Any other failure is not reported here: the import rejects what it receives.
     }
 
-    // The friendly name: the first bag that carries one, in the unencrypted safes.
-    friendlyName->clear();
+    *friendlyName = p12FriendlyName(p12);
+    ERR_clear_error();
+    return result;
+}
+
+PKCS12* CryptokiInterface::decodeP12(const QByteArray& der)
+{
+    // Decoded into a structure bound to our context, which its safes and bags inherit.
+    PKCS12* p12 = PKCS12_init_ex(NID_pkcs7_data, pkcs12Context(), nullptr);
+    const unsigned char* in = reinterpret_cast<const unsigned char*>(der.constData());
+    if (p12 && !d2i_PKCS12(&p12, &in, der.size()))
+        p12 = nullptr; // freed by the decoder
+    return p12;
+}
+
+QString CryptokiInterface::p12FriendlyName(PKCS12* p12)
+{
+    QString friendlyName;
     if (STACK_OF(PKCS7)* safes = PKCS12_unpack_authsafes(p12)) {
         bool found = false;
         for (int i = 0; i < sk_PKCS7_num(safes) && !found; ++i) {
@@ -304,7 +318,7 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
             STACK_OF(PKCS12_SAFEBAG)* bags = PKCS12_unpack_p7data(safe);
             for (int j = 0; bags && j < sk_PKCS12_SAFEBAG_num(bags) && !found; ++j) {
                 if (char* name = PKCS12_get_friendlyname(sk_PKCS12_SAFEBAG_value(bags, j))) {
-                    *friendlyName = QString::fromUtf8(name);
+                    friendlyName = QString::fromUtf8(name);
                     OPENSSL_free(name);
                     found = true;
                 }
@@ -313,8 +327,7 @@ bool CryptokiInterface::readP12(QString path, EVP_PKEY** key, X509** cert, QStri
         }
         sk_PKCS7_pop_free(safes, PKCS7_free);
     }
-    ERR_clear_error();
-    return result;
+    return friendlyName;
 }
 
 void CryptokiInterface::importCertificateAndKeys(EVP_PKEY* pkey, X509* cert, SecretPtr tokenpassword,

@@ -3,10 +3,12 @@
 #include "cryptoki_storage_item.h"
 #include "secret_bytes.h"
 
+#include <QByteArray>
 #include <QObject>
 #include <QString>
 
 #include <openssl/evp.h>
+#include <openssl/pkcs12.h>
 #include <openssl/x509.h>
 
 class QWidget;
@@ -27,6 +29,11 @@ public:
     // holds the message to show, or is empty when the user cancelled.
     static bool readP12(QString path, EVP_PKEY** key, X509** cert, QString* friendlyName, QWidget* parent,
                         QString* errorText);
+    // The steps of readP12 that need no file and no user. decodeP12 gives nullptr when the
+    // bytes are not PKCS#12 (free the result with PKCS12_free). The friendly name is that
+    // of the first bag that carries one, in the unencrypted safes; empty when none does.
+    static PKCS12* decodeP12(const QByteArray& der);
+    static QString p12FriendlyName(PKCS12* p12);
 
 signals:
     void certificates(QList<CryptokiStorageItem> certs);

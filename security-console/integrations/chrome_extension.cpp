@@ -72,7 +72,16 @@ QString editCromePrefs()
     // holds the previous contents.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return "Cannot write chrome preferences file ";
+    const QString outcome = enableExtensionInPrefs(bytes);
+    if (outcome == "Chrome extenstion enabled") {
+        file.write(bytes);
+        file.close();
+    }
+    return outcome;
+}
 
+QString enableExtensionInPrefs(QByteArray& bytes)
+{
     const QByteArray key = QString("path\":\"%1").arg(kChromeExtensionId).toLatin1();
     const int i = bytes.indexOf(key);
     const int j = i < 0 ? -1 : bytes.indexOf("state\":", i);
@@ -87,8 +96,6 @@ QString editCromePrefs()
         return "unknown config format";
     if (p < bytes.size() && bytes.at(p) == '0') {
         bytes[p] = '1';
-        file.write(bytes);
-        file.close();
         return "Chrome extenstion enabled";
     }
     return "error enabling chrome extension";

@@ -99,13 +99,17 @@ bool SP_Components::isCryptokiInstalled(const QString& profile, const QString& w
         return false;
     }
     const QString output = executeCommandWithOutput(modutilPath, "-dbdir \"" + profile + "\" -list", true);
+    const bool listed = modutilListsLibrary(output, getCryptokiName());
+    debug(who + (listed ? " - True" : " - False"));
+    return listed;
+}
+
+bool SP_Components::modutilListsLibrary(const QString& output, const QString& library)
+{
     for (const QString& line : output.split("\n")) {
-        if (line.contains(getCryptokiName()) && line.contains("library name:")) {
-            debug(who + " - True");
+        if (line.contains(library) && line.contains("library name:"))
             return true;
-        }
     }
-    debug(who + " - False");
     return false;
 }
 

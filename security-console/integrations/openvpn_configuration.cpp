@@ -51,7 +51,11 @@ VPNCert SP_Components::ReadCert(QString block)
 
 QMap<QString, QString> SP_Components::openVPNCertificates(const QString& exe, const QString& lib)
 {
-    const QString output = executeCommandWithOutput(exe, " --show-pkcs11-ids \"" + lib + "\"", false);
+    return certificatesInPkcs11Ids(executeCommandWithOutput(exe, " --show-pkcs11-ids \"" + lib + "\"", false));
+}
+
+QMap<QString, QString> SP_Components::certificatesInPkcs11Ids(const QString& output)
+{
     QStringList blocks = output.split("Certificate");
     blocks.removeFirst();
     QMap<QString, QString> choices;

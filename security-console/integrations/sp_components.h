@@ -75,6 +75,8 @@ public:
     bool isCryptokiTBInstalled();
     bool updateCryptokiFFConfig();
     bool updateCryptokiTBConfig();
+    // Whether `modutil -list` output names a module whose library file name holds `library`.
+    static bool modutilListsLibrary(const QString& output, const QString& library);
 
     // Chrome
     QString ChromeApp();
@@ -89,6 +91,8 @@ public:
     // The certificates `openvpn --show-pkcs11-ids` lists for the module, display text to
     // serialized id; empty when none.
     QMap<QString, QString> openVPNCertificates(const QString& exe, const QString& lib);
+    // The same from the output of `openvpn --show-pkcs11-ids`.
+    static QMap<QString, QString> certificatesInPkcs11Ids(const QString& output);
     // The client configuration for the module `lib` and the chosen certificate and server.
     QString openVPNConfigText(const QString& lib, const QString& certId, const QString& ca, const QString& address,
                               const QString& port);
@@ -111,6 +115,10 @@ private:
 QString ChromeProfileDir();
 QString ChromePrefsFile();
 QString editCromePrefs();
+// The edit itself, on the file's bytes: switches the extension's state from 0 to 1. Returns
+// the outcome as editCromePrefs does; `prefs` is changed only when the outcome is
+// "Chrome extenstion enabled".
+QString enableExtensionInPrefs(QByteArray& prefs);
 void printSubkeys(Json::Value& value);
 // The extension's store identifier.
 extern const char* const kChromeExtensionId;

@@ -57,6 +57,13 @@ void WebAccess::get(const QString& url)
     manager.get(request);
 }
 
+QString WebAccess::bodyText(const QByteArray& body)
+{
+    // The text ends at the first NUL byte, as a C string would.
+    const int nul = body.indexOf('\0');
+    return QString::fromUtf8(nul < 0 ? body : body.left(nul));
+}
+
 QString WebAccess::syncGet(const QString& url)
 {
     requestUrl = QUrl(url);
@@ -130,9 +137,7 @@ void WebAccess::requestFinished(QNetworkReply* reply)
     }
 
     const QByteArray body = reply->readAll();
-    // The text ends at the first NUL byte, as a C string would.
-    const int nul = body.indexOf('\0');
-    replyText = QString::fromUtf8(nul < 0 ? body : body.left(nul));
+    replyText = bodyText(body);
     emit finished(replyText);
     Log::print(Log::DEBUG, QString("Web: network reply (size %1): %2").arg(body.size()).arg(replyText.trimmed()));
     loop.exit(0);

@@ -28,6 +28,9 @@ public:
     // named by the platform (used by the bench) to the default configuration.
     static void initSSL();
 
+    // The text of an answer's body: UTF-8, up to its first NUL byte.
+    static QString bodyText(const QByteArray& body);
+
     // Starts a GET without waiting; the answer arrives through finished() or error().
     void get(const QString& url);
     // The body of the answer (up to its first NUL byte), or an empty text after a network

@@ -1,6 +1,7 @@
 // Linux back end of PreferencesStore: one INI file per domain under the configuration
 // directory.
 #include "os_platform.h"
+#include "preferences_ini.h"
 #include "preferences_store.h"
 
 #include <QDir>
@@ -13,9 +14,8 @@
 
 namespace {
 
-using Entries = QVector<std::pair<QString, QString>>;
+using PreferencesIni::Entries;
 
-// Values are kept on one line: backslash and control characters are escaped.
 QString escape(const QString& value)
 {
     QString out;
@@ -77,15 +77,20 @@ QString unescape(const QString& value)
     return out;
 }
 
-// Reads "key=value" lines; blank lines, comments (";" or "#") and section headers are
-// skipped. The value is everything after the first "=", blanks included.
 Entries readEntries(const QString& path)
 {
-    Entries entries;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return entries;
-    const QList<QByteArray> lines = file.readAll().split('\n');
+        return Entries();
+    return PreferencesIni::parse(file.readAll());
+}
+
+} // namespace
+
+PreferencesIni::Entries PreferencesIni::parse(const QByteArray& content)
+{
+    Entries entries;
+    const QList<QByteArray> lines = content.split('\n');
     for (QByteArray line : lines) {
         if (line.endsWith('\r'))
             line.chop(1);
@@ -94,9 +99,10 @@ Entries readEntries(const QString& path)
         if (head.isEmpty() || head.startsWith(';') || head.startsWith('#') || head.startsWith('['))
             continue;
         const int eq = text.indexOf('=');
-        if (eq <= 0)
+        const QString key = text.left(qMax(eq, 0)).trimmed();
+        // A line without a key (" = x") would be written back as "=x", which is not read.
+        if (key.isEmpty())
             continue;
-        const QString key = text.left(eq).trimmed();
         const QString value = unescape(text.mid(eq + 1));
         bool replaced = false;
         for (auto& entry : entries) {
@@ -111,7 +117,13 @@ Entries readEntries(const QString& path)
     return entries;
 }
 
-} // namespace
+QByteArray PreferencesIni::format(const QString& domain, const Entries& entries)
+{
+    QByteArray content = "; Preferences of " + domain.toUtf8() + "\n[" + domain.toUtf8() + "]\n";
+    for (const auto& entry : entries)
+        content += entry.first.toUtf8() + '=' + escape(entry.second).toUtf8() + '\n';
+    return content;
+}
 
 QString PreferencesStore::filePath() const
 {
@@ -159,9 +171,7 @@ bool PreferencesStore::writeValues(const QMap<QString, QVariant>& changes)
             entries.append({it.key(), text});
     }
 
-    QByteArray content = "; Preferences of " + domainName.toUtf8() + "\n[" + domainName.toUtf8() + "]\n";
-    for (const auto& entry : entries)
-        content += entry.first.toUtf8() + '=' + escape(entry.second).toUtf8() + '\n';
+    const QByteArray content = PreferencesIni::format(domainName, entries);
 
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))

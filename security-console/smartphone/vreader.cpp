@@ -1,6 +1,9 @@
 #include "vreader.h"
 
 #include <qvlogger.h>
+#include <reader_names.h>
+
+#include <algorithm>
 
 #include <chrono>
 #include <cstring>
@@ -96,11 +99,11 @@ std::vector<VReader*> VReader::getReaders()
         return found;
     }
     const size_t prefix = std::strlen(virtualReaderName);
-    for (const char* p = names.data(); *p; p += std::strlen(p) + 1) {
-        logLine("Reader: %s", p);
-        if (std::strncmp(p, virtualReaderName, prefix) == 0) {
-            logLine("Trying to open reader: %s", p);
-            found.push_back(new VReader(ctx, owner, p));
+    for (const std::string& name : zorvik_platform::readerNames(names.data(), std::min<size_t>(size, names.size()))) {
+        logLine("Reader: %s", name.c_str());
+        if (name.compare(0, prefix, virtualReaderName) == 0) {
+            logLine("Trying to open reader: %s", name.c_str());
+            found.push_back(new VReader(ctx, owner, name));
         }
     }
     return found;

@@ -3,6 +3,8 @@
 #include "log.h"
 #include "os_platform.h"
 
+#include <reader_names.h>
+
 #include <QTimer>
 
 #include <cstring>
@@ -113,12 +115,12 @@ bool DashboardTokenInfo::getReadersAndTokens(QStringList& readers, bool& tokenPr
         return false;
     }
 
-    const size_t end = qMin<size_t>(readerNamesLen, kReaderNamesSize);
-    size_t pos = 0;
-    for (int n = 0; n < kMaxReaders && pos < end && readerNames[pos] != '\0'; ++n) {
-        const size_t len = strnlen(readerNames + pos, end - pos);
-        const QByteArray rawName(readerNames + pos, static_cast<int>(len));
-        const QString name = QString::fromUtf8(rawName);
+    std::vector<std::string> names =
+        zorvik_platform::readerNames(readerNames, qMin<size_t>(readerNamesLen, kReaderNamesSize));
+    if (names.size() > static_cast<size_t>(kMaxReaders))
+        names.resize(kMaxReaders);
+    for (const std::string& rawName : names) {
+        const QString name = QString::fromStdString(rawName);
         // The smartphone's virtual reader is examined but never shown as a reader.
         if (name.indexOf(kVirtualReader) != 0)
             readers.append(name);
@@ -126,7 +128,7 @@ bool DashboardTokenInfo::getReadersAndTokens(QStringList& readers, bool& tokenPr
         if (!tokenPresent) {
             SCARD_READERSTATE state;
             std::memset(&state, 0, sizeof state);
-            state.szReader = rawName.constData();
+            state.szReader = rawName.c_str();
             state.pvUserData = nullptr;
             state.dwCurrentState = SCARD_STATE_UNAWARE;
             state.dwEventState = SCARD_STATE_UNKNOWN;
@@ -138,7 +140,6 @@ bool DashboardTokenInfo::getReadersAndTokens(QStringList& readers, bool& tokenPr
                 tokenPresent = true;
             }
         }
-        pos += len + 1;
     }
     return true;
 }

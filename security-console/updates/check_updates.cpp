@@ -83,27 +83,10 @@ bool Check_Updates::getSPUpdateUrl()
         Log::print(Log::DEBUG, "getSPUpdateUrl error, cannot get version info from API");
         return false;
     }
-    const QStringList remote = offered.split('.');
-    const QStringList local = QString(kBuiltInVersion).split('.');
-    if (remote.size() < 2) {
-        Log::print(Log::DEBUG, "getSPUpdateUrl error, invalid version format");
+    const std::optional<bool> isNewer = isNewerVersion(offered, kBuiltInVersion);
+    if (!isNewer)
         return false;
-    }
-    if (local.size() < 3) {
-        Log::print(Log::DEBUG, "getSPUpdateUrl error, invalid SP version");
-        return false;
-    }
-    // Part by part as numbers; a missing part (a two-part version) counts as 0, and so
-    // does a part that is not a number.
-    bool newer = false;
-    for (int i = 0; i < 3; ++i) {
-        const int r = remote.value(i).toInt();
-        const int l = local.at(i).toInt();
-        if (r > l)
-            newer = true;
-        if (r != l)
-            break;
-    }
+    const bool newer = *isNewer;
     {
         QMutexLocker lock(&mutex);
         offeredVersion = offered;
@@ -116,12 +99,40 @@ bool Check_Updates::getSPUpdateUrl()
     return newer;
 }
 
+std::optional<bool> Check_Updates::isNewerVersion(const QString& offered, const QString& builtIn)
+{
+    const QStringList remote = offered.split('.');
+    const QStringList local = builtIn.split('.');
+    if (remote.size() < 2) {
+        Log::print(Log::DEBUG, "getSPUpdateUrl error, invalid version format");
+        return std::nullopt;
+    }
+    if (local.size() < 3) {
+        Log::print(Log::DEBUG, "getSPUpdateUrl error, invalid SP version");
+        return std::nullopt;
+    }
+    // Part by part as numbers; a missing part (a two-part version) counts as 0, and so
+    // does a part that is not a number.
+    for (int i = 0; i < 3; ++i) {
+        const int r = remote.value(i).toInt();
+        const int l = local.at(i).toInt();
+        if (r != l)
+            return r > l;
+    }
+    return false;
+}
+
 bool Check_Updates::getUpdateInfo(const QString& url, QString& version, QString& address)
 {
     Log::print(Log::DEBUG, "getUpdateInfo from URL: " + url);
     WebAccess web;
     const QString body = web.syncGet(url);
     Log::print(Log::DEBUG, "result = " + body);
+    return readVersionReply(body, version, address);
+}
+
+bool Check_Updates::readVersionReply(const QString& body, QString& version, QString& address)
+{
     if (body.isEmpty()) {
         Log::print(Log::DEBUG, "getUpdateInfo error, cannot get info from API");
         return false;

@@ -5,6 +5,7 @@
 #include <QThread>
 
 #include <atomic>
+#include <optional>
 
 // Asks the update API whether a newer Security Pack than the one built in is published for
 // this operating-system release and, when there is one, fetches its change log. One check
@@ -31,6 +32,12 @@ public:
     // The steps of a check, run in the checker's thread.
     bool getSPUpdateUrl();
     bool getUpdateInfo(const QString& url, QString& version, QString& address);
+    // The version reply "<version>;<package address>" (the text of the answer); false for
+    // an empty or malformed reply.
+    static bool readVersionReply(const QString& body, QString& version, QString& address);
+    // Whether `offered` is newer than `builtIn`, compared part by part as numbers over the
+    // first three parts; nothing when either is not a version.
+    static std::optional<bool> isNewerVersion(const QString& offered, const QString& builtIn);
     QString getApiPlatformName();
     void getSPReadme();
 
