@@ -445,7 +445,7 @@ private slots:
         ModalSeam::reset();
         deleteEntry(indexOf("Delete Me"), token->pin(), false);
         QVERIFY(errorBoxes().isEmpty());
-        QCOMPARE(shownNames(), QStringList{"Keep Me"});
+        QTRY_COMPARE_WITH_TIMEOUT(shownNames(), QStringList{"Keep Me"}, kListingTimeout);
     }
 
     // Pulling the key while a box of a deletion or an import is open closes it as cancelled.
@@ -516,7 +516,7 @@ private slots:
         QVERIFY(bench.remove(0));
         QTRY_VERIFY_WITH_TIMEOUT(!window->tokenPresent, 10000);
         QTRY_VERIFY_WITH_TIMEOUT(!window->certificateStorage()->working, 60000);
-        QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(ui()->stackedWidget->currentIndex(), 0, 10000);
         QVERIFY(ui()->labelCryptokiStatus->text().contains("Connect your Vantrel") ||
                 ui()->labelCryptokiStatus->text() == kNoKeyHint);
         QVERIFY(errorBoxes().isEmpty());
