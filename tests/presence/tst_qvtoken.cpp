@@ -286,29 +286,22 @@ private slots:
                  QVTOKEN_ERR_KEY_REFUSED);
     }
 
-    void firmwareUpgrade_data()
+    // The upgrade itself runs through TokenUpdate on the bench; here what the dashboard never
+    // sends: a malformed target, and the words of a refusal.
+    void firmwareUpgradeRefusals_data()
     {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QString>("target");
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("text");
-        QTest::addColumn<QByteArray>("version1");
-        QTest::addColumn<QByteArray>("version2");
-        QTest::addColumn<QString>("controller");
-
-        QTest::newRow("upgraded") << QStringList() << "1.2.4.513;2.2" << int(QVTOKEN_OK)
-                                  << "Key firmware upgraded to 1.2.4.513;2.2" << QByteArray("\x01\x02\x04", 3)
-                                  << QByteArray("\x02\x01", 2) << "2.2";
         QTest::newRow("malformed target") << QStringList() << "1.2.300.1;2.2" << int(QVTOKEN_ERR_INVALID_ARGUMENT)
-                                          << "The key refused the target version 1.2.300.1;2.2"
-                                          << QByteArray("\x01\x02\x03", 3) << QByteArray("\x01\x00", 2) << "2.1";
-        QTest::newRow("key refuses the switch")
-            << QStringList{"--fail-upgrade", "6581"} << "3.0.0;3.0" << int(QVTOKEN_ERR_KEY_REFUSED)
-            << "The key could not switch to the new firmware (status 6581)" << QByteArray("\x01\x02\x03", 3)
-            << QByteArray("\x01\x00", 2) << "2.1";
+                                          << "The key refused the target version 1.2.300.1;2.2";
+        QTest::newRow("key refuses the switch") << QStringList{"--fail-upgrade", "6581"} << "3.0.0;3.0"
+                                                << int(QVTOKEN_ERR_KEY_REFUSED)
+                                                << "The key could not switch to the new firmware (status 6581)";
     }
 
-    void firmwareUpgrade()
+    void firmwareUpgradeRefusals()
     {
         QFETCH(QStringList, options);
         QFETCH(QString, target);
@@ -318,7 +311,6 @@ private slots:
         QVERIFY(token);
         Context ctx(qvtoken_getContext());
         QCOMPARE(qvtoken_setParam(ctx.get(), QVTOKEN_PARAM_TOKEN, token), QVTOKEN_OK);
-
         int code = 12345;
         char text[128];
         const int rc = qvtoken_userfeOperation(ctx.get(), "upgradecode", 0, target.toLatin1().constData(), &code,
@@ -326,11 +318,9 @@ private slots:
         QTEST(rc, "code");
         QCOMPARE(code, rc);
         QTEST(QString(text), "text");
-
         const KeyStatusRecord rec = qvtoken_getTokenStatus(token, nullptr, nullptr);
-        QTEST(bytes(rec.firstVersion, rec.firstVersionLen), "version1");
-        QTEST(bytes(rec.secondVersion, rec.secondVersionLen), "version2");
-        QTEST(QString(rec.controllerVersion), "controller");
+        QCOMPARE(bytes(rec.firstVersion, rec.firstVersionLen), QByteArray("\x01\x02\x03", 3));
+        QCOMPARE(QString(rec.controllerVersion), QString("2.1"));
     }
 
     void upgradeWithoutAKey()
