@@ -1,0 +1,274 @@
+// Faults in the middle of an operation, on the bench: the program's own objects with a
+// simulated Vantrel in the bench's pcscd, the PKCS#11 module over SoftHSM2 (through a
+// backing module with a pause point), and the services simulator.
+#include <QtTest>
+
+#include <dlfcn.h>
+
+#include <memory>
+
+#include "bench.h"
+#include "certificate_storage.h"
+#include "cryptoki_interface.h"
+#include "services_sim.h"
+#include "softhsm_token.h"
+#include "test_credential.h"
+#include "test_support.h"
+#include "token_status.h"
+#include "zorvik_cryptoki.h"
+
+namespace {
+
+// The pause point of the backing module (tests/certstore/faulty_backend.cpp).
+struct PausePoint
+{
+    enum Kind { AtWrite = 0, AtFind = 1 };
+    void (*arm)(int kind, int nth) = nullptr;
+    int (*waitFor)(int ms) = nullptr;
+    void (*release)(int asPulled) = nullptr;
+
+    bool resolve()
+    {
+        void* handle = dlopen(FAULTY_BACKEND, RTLD_NOW | RTLD_NOLOAD);
+        if (!handle)
+            return false;
+        arm = reinterpret_cast<decltype(arm)>(dlsym(handle, "faulty_backend_pause_at"));
+        waitFor = reinterpret_cast<decltype(waitFor)>(dlsym(handle, "faulty_backend_wait_for_pause"));
+        release = reinterpret_cast<decltype(release)>(dlsym(handle, "faulty_backend_release"));
+        dlclose(handle);
+        return arm && waitFor && release;
+    }
+};
+
+// Objects on the token by identifier (hex), as SoftHSM2 itself holds them after a login:
+// "c" certificate, "k" private key, "p" public key, sorted; "ckp" is a whole entry.
+using TokenObjects = QMap<QString, QString>;
+
+QString text(const TokenObjects& objects)
+{
+    QStringList entries;
+    for (auto it = objects.begin(); it != objects.end(); ++it)
+        entries << it.key().left(8) + "=" + it.value();
+    return entries.join(' ');
+}
+
+QString text(const QStringList& ids)
+{
+    QStringList entries;
+    for (const QString& id : ids)
+        entries << id.left(8);
+    return entries.join(' ');
+}
+
+} // namespace
+
+class TestFaults : public QObject
+{
+    Q_OBJECT
+
+private:
+    TokenObjects tokenObjects() const;
+    // The identifiers the program lists once the key is back (empty list on "cannot").
+    QStringList listedIds();
+    SecretPtr pin() const { return shareSecret(SecretBytes::fromText(token_->pin())); }
+
+    TestHome home_;
+    ServicesSim sim_;
+    Bench bench_;
+    std::unique_ptr<SoftHsmToken> token_;
+    std::unique_ptr<CryptokiStorage> storage_;
+    PausePoint pause_;
+
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void cleanup();
+
+    void keyPulledMidChange_data();
+    void keyPulledMidChange();
+    void pcscdRestartMidOperation_data();
+    void pcscdRestartMidOperation();
+};
+
+TokenObjects TestFaults::tokenObjects() const
+{
+    QString out;
+    if (token_->pkcs11Tool({"--login", "--pin", token_->pin(), "--list-objects"}, &out, false) != 0)
+        return {{"pkcs11-tool failed", out}};
+    TokenObjects objects;
+    QString kind;
+    for (const QString& line : out.split('\n')) {
+        if (!line.startsWith(' '))
+            kind = line.startsWith("Certificate") ? "c" : line.startsWith("Private") ? "k" : "p";
+        else if (line.trimmed().startsWith("ID:")) {
+            QString& kinds = objects[line.section(':', 1).trimmed()];
+            kinds += kind;
+            std::sort(kinds.begin(), kinds.end());
+        }
+    }
+    return objects;
+}
+
+QStringList TestFaults::listedIds()
+{
+    QSignalSpy listed(storage_.get(), &CryptokiStorage::certificates);
+    QSignalSpy cannot(storage_.get(), &CryptokiStorage::cannotGetCertificates);
+    emit storage_->getCertificates();
+    if (!QTest::qWaitFor([&] { return listed.count() + cannot.count() > 0; }, 60000))
+        return {"no answer"};
+    QStringList ids;
+    if (!listed.isEmpty()) {
+        for (const CryptokiStorageItem& item : listed.first().first().value<QList<CryptokiStorageItem>>())
+            ids << item.pkcs11id.toHex();
+    }
+    ids.removeDuplicates();
+    ids.sort();
+    return ids;
+}
+
+void TestFaults::initTestCase()
+{
+    const QString failed = startServicesAndBench(home_, sim_, bench_);
+    QVERIFY2(failed.isEmpty(), qPrintable(failed));
+    qunsetenv("ZORVIK_CRYPTOKI_CONF");
+    token_ = std::make_unique<SoftHsmToken>();
+    QVERIFY2(token_->isValid(), qPrintable(token_->errorText()));
+    token_->apply(false);
+    for (const char* name : {"Alice", "Bob"})
+        QVERIFY(!token_->load(TestCredential::make(name)).isEmpty());
+    qputenv("FAULTY_BACKEND_TARGET", SoftHsmToken::backendPath().toLocal8Bit());
+    qputenv("ZORVIK_CRYPTOKI_BACKEND", FAULTY_BACKEND);
+    QVERIFY(bench_.insert(0));
+    storage_ = std::make_unique<CryptokiStorage>();
+    QCOMPARE(listedIds().size(), 2);
+    QVERIFY(pause_.resolve());
+}
+
+void TestFaults::cleanupTestCase()
+{
+    storage_.reset();
+    QVERIFY2(!home_.readLog().contains(token_->pin()), "a PIN reached the log");
+}
+
+// A case ends with the key in its reader and pcscd running; one that failed halfway may not.
+void TestFaults::cleanup()
+{
+    pause_.arm(PausePoint::AtWrite, 0);
+    pause_.release(0);
+    if (QTest::currentTestFailed()) {
+        bench_.startPcscd();
+        bench_.remove(0);
+        QVERIFY(bench_.insert(0));
+    }
+}
+
+// The key pulled between the steps of an import or a removal: the user is told that the key
+// is missing, and once it is back the token holds every entry whole or not at all, the listing
+// shows exactly that, and nothing else on the key is touched.
+void TestFaults::keyPulledMidChange_data()
+{
+    QTest::addColumn<bool>("import");
+    QTest::addColumn<int>("step"); // the object written when the key goes
+    QTest::addColumn<bool>("kept");
+    QTest::newRow("import, after the PIN") << true << 1 << false;
+    QTest::newRow("import, after the first object") << true << 2 << false;
+    QTest::newRow("import, before the last object") << true << 3 << false;
+    QTest::newRow("removal, after the PIN") << false << 1 << true;
+    QTest::newRow("removal, after the first object") << false << 2 << false;
+    QTest::newRow("removal, before the last object") << false << 3 << false;
+}
+
+void TestFaults::keyPulledMidChange()
+{
+    QFETCH(bool, import);
+    QFETCH(int, step);
+    QFETCH(bool, kept);
+    const TestCredential credential = TestCredential::make(QTest::currentDataTag());
+    const QString id = credential.moduleId().toHex();
+    if (!import)
+        QCOMPARE(token_->load(credential), id);
+    TokenObjects expected = tokenObjects();
+    if (!kept)
+        expected.remove(id);
+
+    QSignalSpy errors(storage_.get(), &CryptokiStorage::error);
+    pause_.arm(PausePoint::AtWrite, step);
+    if (import)
+        storage_->addCertificate(credential.takeKey(), credential.takeCertificate(), pin(), "Pulled");
+    else
+        storage_->removeCertificate(credential.moduleId(), pin());
+    QVERIFY(pause_.waitFor(60000));
+    QVERIFY(bench_.remove(0));
+    pause_.release(1);
+    QTRY_COMPARE_WITH_TIMEOUT(errors.count(), 1, 30000);
+    const QString message = errors.first().first().toString();
+    const QString keyMissing = import ? QString::number(CKR_TOKEN_NOT_RECOGNIZED)
+                                      : CryptokiErrorString(CKR_TOKEN_NOT_RECOGNIZED);
+    QVERIFY2(message.endsWith(keyMissing), qPrintable(message));
+
+    pause_.arm(PausePoint::AtWrite, 0);
+    QVERIFY(bench_.insert(0));
+    const QStringList listed = listedIds();
+    QCOMPARE(text(tokenObjects()), text(expected));
+    QCOMPARE(text(listed), text(expected.keys()));
+}
+
+// pcscd stopped while the program is in the middle of listing, importing, removing or reading
+// the key's status: the operation ends (whole or not at all), and once pcscd is back the
+// program sees the key again and lists what the token holds, without being restarted.
+void TestFaults::pcscdRestartMidOperation_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<int>("pauseAt");
+    QTest::newRow("listing") << "list" << int(PausePoint::AtFind);
+    QTest::newRow("import") << "import" << int(PausePoint::AtWrite);
+    QTest::newRow("removal") << "remove" << int(PausePoint::AtWrite);
+    QTest::newRow("key status") << "status" << -1;
+}
+
+void TestFaults::pcscdRestartMidOperation()
+{
+    QFETCH(QString, operation);
+    QFETCH(int, pauseAt);
+    const TestCredential credential = TestCredential::make(QTest::currentDataTag());
+    if (operation == "remove")
+        QVERIFY(!token_->load(credential).isEmpty());
+    QSignalSpy errors(storage_.get(), &CryptokiStorage::error);
+    QSignalSpy imported(storage_.get(), &CryptokiStorage::importFinished);
+    QSignalSpy listed(storage_.get(), &CryptokiStorage::certificates);
+    QSignalSpy cannot(storage_.get(), &CryptokiStorage::cannotGetCertificates);
+
+    if (pauseAt >= 0)
+        pause_.arm(pauseAt, 1);
+    if (operation == "list")
+        emit storage_->getCertificates();
+    else if (operation == "import")
+        storage_->addCertificate(credential.takeKey(), credential.takeCertificate(), pin(), "Restart");
+    else if (operation == "remove")
+        storage_->removeCertificate(credential.moduleId(), pin());
+    if (pauseAt >= 0)
+        QVERIFY(pause_.waitFor(60000));
+    QVERIFY(bench_.stopPcscd());
+    if (pauseAt >= 0)
+        pause_.release(0);
+    else
+        QCOMPARE(TokenStatus::getStatusFromToken(), 0);
+    if (operation == "list")
+        QTRY_VERIFY_WITH_TIMEOUT(listed.count() + cannot.count() > 0, 60000);
+    else if (operation == "import")
+        QTRY_VERIFY_WITH_TIMEOUT(!imported.isEmpty(), 60000);
+    QVERIFY(bench_.startPcscd());
+
+    // Back by itself: the key's status, and a listing that matches the token.
+    QTRY_COMPARE_WITH_TIMEOUT(TokenStatus::getStatusFromToken(), 7, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(C_GetAvailableTokensCount(), CK_ULONG(1), 10000);
+    const QStringList ids = listedIds();
+    const TokenObjects objects = tokenObjects();
+    QCOMPARE(text(ids), text(objects.keys()));
+    for (auto it = objects.begin(); it != objects.end(); ++it)
+        QVERIFY2(it.value() == "ckp", qPrintable(it.key() + " holds " + it.value()));
+    QVERIFY2(objects.size() >= 2, qPrintable(text(objects)));
+}
+
+QTEST_MAIN(TestFaults)
+#include "tst_faults.moc"
