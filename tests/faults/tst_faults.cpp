@@ -3,17 +3,24 @@
 // backing module with a pause point), and the services simulator.
 #include <QtTest>
 
+#include <QMessageBox>
+
 #include <dlfcn.h>
 
 #include <memory>
 
+#include "application_downloader.h"
 #include "bench.h"
 #include "certificate_storage.h"
+#include "check_updates.h"
 #include "cryptoki_interface.h"
+#include "modal_seam.h"
+#include "report_error.h"
 #include "services_sim.h"
 #include "softhsm_token.h"
 #include "test_credential.h"
 #include "test_support.h"
+#include "ticket_sender.h"
 #include "token_status.h"
 #include "zorvik_cryptoki.h"
 
@@ -71,6 +78,9 @@ private:
     // The identifiers the program lists once the key is back (empty list on "cannot").
     QStringList listedIds();
     SecretPtr pin() const { return shareSecret(SecretBytes::fromText(token_->pin())); }
+    // Makes one of the program's requests to the services; true when it got its answer,
+    // with what the user is shown in `shown`.
+    bool request(const QString& path, QString* shown);
 
     TestHome home_;
     ServicesSim sim_;
@@ -88,6 +98,8 @@ private slots:
     void keyPulledMidChange();
     void pcscdRestartMidOperation_data();
     void pcscdRestartMidOperation();
+    void servicesFaults_data();
+    void servicesFaults();
 };
 
 TokenObjects TestFaults::tokenObjects() const
@@ -268,6 +280,101 @@ void TestFaults::pcscdRestartMidOperation()
     for (auto it = objects.begin(); it != objects.end(); ++it)
         QVERIFY2(it.value() == "ckp", qPrintable(it.key() + " holds " + it.value()));
     QVERIFY2(objects.size() >= 2, qPrintable(text(objects)));
+}
+
+bool TestFaults::request(const QString& path, QString* shown)
+{
+    constexpr int kAnswerMs = 60000;
+    if (path.startsWith("/a/")) {
+        TokenStatus status;
+        QSignalSpy ready(&status, &TokenStatus::infoKSReady);
+        QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
+        if (!status.startQuery() || !QTest::qWaitFor([&] { return ready.count() + cancelled.count() > 0; }, kAnswerMs))
+            return false;
+        *shown = cancelled.isEmpty() ? status.statusText : cancelled.first().first().toString();
+        return cancelled.isEmpty();
+    }
+    if (path == "/api/version.txt")
+        return Check_Updates().getSPUpdateUrl();
+    if (path.startsWith("/changelogs/")) {
+        Check_Updates check;
+        check.getSPReadme();
+        *shown = check.changeLog();
+        return !shown->isEmpty();
+    }
+    if (path.startsWith("/packages/")) {
+        ModalSeam::reset();
+        ModalSeam::answer(ModalSeam::ShowIt);
+        ModalSeam::answer(QMessageBox::Ok);
+        ApplicationDownloader downloader(nullptr);
+        const bool done = downloader.download(sim_.httpsUrl() + "/packages/faults.deb", "Download", "Faults");
+        *shown = ModalSeam::seen().mid(1).join('\n');
+        return done && QFileInfo(downloader.downloadedFile()).size() == 100000;
+    }
+    if (path == "/api/report.json") {
+        TicketSender sender;
+        QSignalSpy sent(&sender, &TicketSender::support_sent);
+        QSignalSpy failed(&sender, &TicketSender::support_error);
+        sender.setRequest("Faults on the bench", QString(), QString(), {});
+        sender.start();
+        if (!QTest::qWaitFor([&] { return sent.count() + failed.count() > 0; }, kAnswerMs) || !sender.wait(kAnswerMs))
+            return false;
+        *shown = (sent.isEmpty() ? failed : sent).first().first().toString();
+        return !sent.isEmpty();
+    }
+    // The error report does not look at the answer: it only has to come back.
+    reportError("Faults on the bench");
+    return !sim_.requests(path).isEmpty();
+}
+
+// The services drop the connection, answer slowly or cut their answer short, for each request
+// the program makes: it comes back every time, a slow answer is still taken, a broken one is
+// never taken as an answer (no half change log, no half package left in Downloads), and where
+// the user waits for it, they are told.
+void TestFaults::servicesFaults_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<bool>("userWaits");
+    const QList<QPair<QString, bool>> requests = {
+        {"/a/get-ticket/", true}, {"/a/view.json", true},     {"/api/version.txt", false},
+        {"/changelogs/*", false}, {"/packages/*", true},      {"/api/report.json", true},
+        {"/api/report", false}};
+    for (const auto& [path, userWaits] : requests) {
+        for (const char* fault : {"drop", "slow", "truncated"})
+            QTest::addRow("%s, %s", qPrintable(path), fault) << path << QString(fault) << userWaits;
+    }
+}
+
+void TestFaults::servicesFaults()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, fault);
+    QFETCH(bool, userWaits);
+    QVERIFY(sim_.reset());
+    QVERIFY(sim_.configure({{"versions", QJsonObject{{"pack", "99.0.0;{base}/packages/faults.deb"}}},
+                            {"package", QJsonObject{{"size", 100000}}}}));
+    // A dropped connection is dropped again on the retry; a slow or short answer comes once.
+    QJsonObject script{{"path", path}};
+    if (fault == "drop")
+        script["close"] = true;
+    else
+        script = {{"path", path}, {"times", 1}, {"route", true}, {fault == "slow" ? "delay" : "fail_after", fault == "slow" ? 2 : 1}};
+    QVERIFY(sim_.script(script));
+    const QString downloads = ApplicationDownloader::downloadFolder();
+    QDir(downloads).removeRecursively();
+
+    QString shown;
+    const bool answered = request(path.chopped(path.endsWith('*')), &shown);
+    QVERIFY2(sim_.requests().size() > 0, "no request made");
+    QCOMPARE(answered, fault == "slow" || path == "/api/report");
+    if (!answered) {
+        if (userWaits)
+            QVERIFY2(!shown.isEmpty(), "the user is told nothing");
+        else
+            QVERIFY2(shown.isEmpty(), qPrintable(shown));
+        QVERIFY(QDir(downloads).isEmpty());
+    }
 }
 
 QTEST_MAIN(TestFaults)
