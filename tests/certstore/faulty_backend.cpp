@@ -67,7 +67,7 @@ CK_RV pausePoint(int kind)
         waiting = true;
         pauseChanged.notify_all();
         pauseChanged.wait(lock, [] { return released; });
-        waiting = false;
+        waiting = released = false;
         pulled = releaseAsPulled;
     }
     return pulled && kind == AtWrite ? CKR_DEVICE_REMOVED : CKR_OK;
@@ -160,7 +160,7 @@ EXPORT void faulty_backend_pause_at(int kind, int nth)
     std::lock_guard<std::mutex> lock(pauseMutex);
     pauseKind = kind;
     callsUntilPause = nth;
-    released = releaseAsPulled = pulled = false;
+    pulled = false;
 }
 
 // Waits up to `ms` for a call to reach the pause point; true when one waits there.
@@ -170,10 +170,12 @@ EXPORT int faulty_backend_wait_for_pause(int ms)
     return pauseChanged.wait_for(lock, std::chrono::milliseconds(ms), [] { return waiting; });
 }
 
-// Lets the paused call go on; `asPulled`: as on a card that has gone.
+// Lets the paused call (if any) go on; `asPulled`: as on a card that has gone.
 EXPORT void faulty_backend_release(int asPulled)
 {
     std::lock_guard<std::mutex> lock(pauseMutex);
+    if (!waiting)
+        return;
     released = true;
     releaseAsPulled = asPulled != 0;
     pauseChanged.notify_all();
