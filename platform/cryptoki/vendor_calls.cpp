@@ -187,8 +187,6 @@ std::string tokenSerial(CK_SLOT_ID backendSlot)
     return std::string(reinterpret_cast<const char*>(info.serialNumber), sizeof info.serialNumber);
 }
 
-CK_RV findAll(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> templ, std::vector<CK_OBJECT_HANDLE>& found);
-
 // Removes what leftovers() names from the key in `backendSlot` (under the vendor mutex).
 void settleLeftovers(CK_SLOT_ID backendSlot)
 {
