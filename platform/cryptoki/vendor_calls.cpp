@@ -160,6 +160,71 @@ CK_RV findAll(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> templ, std::v
     return rv != CKR_OK ? rv : fin;
 }
 
+// Public objects that a change cut short by the key's removal left behind: the first half of
+// an import whose undoing failed, the rest of a removal whose private key had gone. A
+// certificate without its private key is of no use and must not look like an entry of the
+// key, so they are removed the next time the key is reached. Private keys are always made
+// last and removed first, so none is ever left behind where only a login would find it.
+struct Leftover
+{
+    std::string token; // the serial number of the token they are on
+    Bytes id;
+    CK_OBJECT_CLASS objectClass;
+    Bytes value; // a certificate's DER, when only that certificate is meant
+};
+
+std::vector<Leftover>& leftovers()
+{
+    static std::vector<Leftover> pending;
+    return pending;
+}
+
+std::string tokenSerial(CK_SLOT_ID backendSlot)
+{
+    CK_TOKEN_INFO info{};
+    if (B().C_GetTokenInfo(backendSlot, &info) != CKR_OK)
+        return std::string();
+    return std::string(reinterpret_cast<const char*>(info.serialNumber), sizeof info.serialNumber);
+}
+
+// Removes what leftovers() names from the key in `backendSlot` (under the vendor mutex).
+void settleLeftovers(CK_SLOT_ID backendSlot)
+{
+    auto& pending = leftovers();
+    if (pending.empty())
+        return;
+    const std::string token = tokenSerial(backendSlot);
+    CK_SESSION_HANDLE s = 0;
+    if (B().C_OpenSession(backendSlot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &s) != CKR_OK)
+        return;
+    for (auto it = pending.begin(); it != pending.end();) {
+        if (it->token != token) {
+            ++it;
+            continue;
+        }
+        std::vector<CK_ATTRIBUTE> templ = {
+            {CKA_CLASS, &it->objectClass, sizeof it->objectClass},
+            {CKA_ID, it->id.data(), static_cast<CK_ULONG>(it->id.size())}};
+        if (!it->value.empty())
+            templ.push_back({CKA_VALUE, it->value.data(), static_cast<CK_ULONG>(it->value.size())});
+        std::vector<CK_OBJECT_HANDLE> found;
+        CK_RV rv = findAll(s, templ, found);
+        for (CK_OBJECT_HANDLE h : found) {
+            if (rv == CKR_OK)
+                rv = B().C_DestroyObject(s, h);
+        }
+        if (rv != CKR_OK) {
+            ++it;
+            continue;
+        }
+        if (!found.empty())
+            zcryptoki::logInfo("removed what an interrupted change left under ID " +
+                               zcryptoki::hexBytes(it->id.data(), it->id.size()));
+        it = pending.erase(it);
+    }
+    B().C_CloseSession(s);
+}
+
 // The codes the dashboard knows; codes that say nothing about the key pass unchanged.
 CK_RV vendorCode(CK_RV rv)
 {
@@ -453,7 +518,8 @@ CK_RV prepareImport(const char* name, CK_ULONG nameLength, const unsigned char* 
     return CKR_OK;
 }
 
-CK_RV storeImport(CK_SESSION_HANDLE s, const PreparedImport& in, const ZorvikRsaKeyParts& parts)
+CK_RV storeImport(CK_SESSION_HANDLE s, const std::string& token, const PreparedImport& in,
+                  const ZorvikRsaKeyParts& parts)
 {
     const CK_BBOOL yes = CK_TRUE, no = CK_FALSE;
     const CK_KEY_TYPE rsa = CKK_RSA;
@@ -476,20 +542,34 @@ CK_RV storeImport(CK_SESSION_HANDLE s, const PreparedImport& in, const ZorvikRsa
         return rv;
     const bool haveCert = !found.empty();
 
-    std::vector<CK_OBJECT_HANDLE> created;
+    std::vector<std::pair<CK_OBJECT_HANDLE, CK_OBJECT_CLASS>> created;
     auto create = [&](std::vector<CK_ATTRIBUTE> templ) {
         CK_OBJECT_HANDLE h = 0;
         const CK_RV r = B().C_CreateObject(s, templ.data(), templ.size(), &h);
         if (r == CKR_OK)
-            created.push_back(h);
+            created.emplace_back(h, *static_cast<const CK_OBJECT_CLASS*>(templ.front().pValue));
         return r;
     };
     const CK_ATTRIBUTE labelAttr = attr(CKA_LABEL, in.label.data(), in.label.size());
     const CK_ATTRIBUTE subjectAttr = attr(CKA_SUBJECT, in.subject.data(), in.subject.size());
     const CK_ATTRIBUTE modulusAttr = attr(CKA_MODULUS, in.modulus.data(), in.modulus.size());
     const CK_ATTRIBUTE exponentAttr = attr(CKA_PUBLIC_EXPONENT, in.exponent.data(), in.exponent.size());
+    // The public objects first, the private key last: a removal of the key halfway leaves
+    // nothing that only a login would find.
     rv = CKR_OK;
-    if (!havePrivate) {
+    if (!havePublic) {
+        rv = create({attr(CKA_CLASS, pubClass), attr(CKA_KEY_TYPE, rsa), attr(CKA_TOKEN, yes), attr(CKA_PRIVATE, no),
+                     attr(CKA_ENCRYPT, yes), attr(CKA_VERIFY, yes), attr(CKA_VERIFY_RECOVER, yes), attr(CKA_WRAP, yes),
+                     labelAttr, idAttr, subjectAttr, modulusAttr, exponentAttr});
+    }
+    if (rv == CKR_OK && !haveCert) {
+        rv = create({attr(CKA_CLASS, certClass), attr(CKA_CERTIFICATE_TYPE, x509), attr(CKA_TOKEN, yes),
+                     attr(CKA_PRIVATE, no), labelAttr, idAttr, subjectAttr,
+                     attr(CKA_ISSUER, in.issuer.data(), in.issuer.size()),
+                     attr(CKA_SERIAL_NUMBER, in.serial.data(), in.serial.size()),
+                     attr(CKA_VALUE, in.der.data(), in.der.size())});
+    }
+    if (rv == CKR_OK && !havePrivate) {
         rv = create({attr(CKA_CLASS, privClass),
                      attr(CKA_KEY_TYPE, rsa),
                      attr(CKA_TOKEN, yes),
@@ -512,22 +592,12 @@ CK_RV storeImport(CK_SESSION_HANDLE s, const PreparedImport& in, const ZorvikRsa
                      attr(CKA_EXPONENT_2, parts.exponent2.data, parts.exponent2.length),
                      attr(CKA_COEFFICIENT, parts.coefficient.data, parts.coefficient.length)});
     }
-    if (rv == CKR_OK && !havePublic) {
-        rv = create({attr(CKA_CLASS, pubClass), attr(CKA_KEY_TYPE, rsa), attr(CKA_TOKEN, yes), attr(CKA_PRIVATE, no),
-                     attr(CKA_ENCRYPT, yes), attr(CKA_VERIFY, yes), attr(CKA_VERIFY_RECOVER, yes), attr(CKA_WRAP, yes),
-                     labelAttr, idAttr, subjectAttr, modulusAttr, exponentAttr});
-    }
-    if (rv == CKR_OK && !haveCert) {
-        rv = create({attr(CKA_CLASS, certClass), attr(CKA_CERTIFICATE_TYPE, x509), attr(CKA_TOKEN, yes),
-                     attr(CKA_PRIVATE, no), labelAttr, idAttr, subjectAttr,
-                     attr(CKA_ISSUER, in.issuer.data(), in.issuer.size()),
-                     attr(CKA_SERIAL_NUMBER, in.serial.data(), in.serial.size()),
-                     attr(CKA_VALUE, in.der.data(), in.der.size())});
-    }
     if (rv != CKR_OK) {
-        // All or nothing.
-        for (CK_OBJECT_HANDLE h : created)
-            B().C_DestroyObject(s, h);
+        // All or nothing; what cannot be undone now (the key went) goes at the next call.
+        for (const auto& [handle, objectClass] : created) {
+            if (B().C_DestroyObject(s, handle) != CKR_OK)
+                leftovers().push_back({token, in.id, objectClass, objectClass == certClass ? in.der : Bytes()});
+        }
         return rv;
     }
     if (havePrivate && havePublic && haveCert)
@@ -568,6 +638,7 @@ CK_RV C_GetPublicTokenData(CK_SLOT_ID slot, ZorvikPublicTokenData** data)
     CK_RV rv = vendorToken(slot, &backendSlot);
     if (rv != CKR_OK)
         return rv;
+    settleLeftovers(backendSlot);
     ScopedSession session;
     rv = session.open(backendSlot, false);
     if (rv != CKR_OK) {
@@ -617,6 +688,7 @@ CK_RV C_ImportCertAndKey(CK_SLOT_ID slot, const char* name, CK_ULONG nameLength,
     CK_RV rv = vendorToken(slot, &backendSlot);
     if (rv != CKR_OK)
         return rv;
+    settleLeftovers(backendSlot);
     PreparedImport prepared;
     rv = prepareImport(name, nameLength, der, derLength, keyParts, prepared);
     if (rv != CKR_OK)
@@ -626,7 +698,7 @@ CK_RV C_ImportCertAndKey(CK_SLOT_ID slot, const char* name, CK_ULONG nameLength,
     if (rv == CKR_OK)
         rv = session.ensureUser();
     if (rv == CKR_OK)
-        rv = storeImport(session.handle(), prepared, keyParts);
+        rv = storeImport(session.handle(), tokenSerial(backendSlot), prepared, keyParts);
     const std::string what = "certificate \"" + std::string(prepared.label.begin(), prepared.label.end()) +
                              "\" with its key pair, ID " + zcryptoki::hexBytes(prepared.id.data(), prepared.id.size());
     if (rv != CKR_OK) {
@@ -647,6 +719,7 @@ CK_RV C_RemoveContainerByID(CK_SLOT_ID slot, const unsigned char* id, CK_ULONG i
     CK_RV rv = vendorToken(slot, &backendSlot);
     if (rv != CKR_OK)
         return rv;
+    settleLeftovers(backendSlot);
     const std::string hexId = zcryptoki::hexBytes(id, idLength);
     ScopedSession session;
     rv = session.open(backendSlot, true);
@@ -665,16 +738,25 @@ CK_RV C_RemoveContainerByID(CK_SLOT_ID slot, const unsigned char* id, CK_ULONG i
         zcryptoki::logWarning("nothing to remove under ID " + hexId);
         return CKR_OBJECT_HANDLE_INVALID;
     }
-    // Private keys first: should a later step fail, the certificate still shows the entry.
-    std::stable_sort(found.begin(), found.end(), [&](CK_OBJECT_HANDLE a, CK_OBJECT_HANDLE b) {
-        const auto ca = ulongAttribute(session.handle(), a, CKA_CLASS);
-        const auto cb = ulongAttribute(session.handle(), b, CKA_CLASS);
-        return (ca && *ca == CKO_PRIVATE_KEY) && !(cb && *cb == CKO_PRIVATE_KEY);
-    });
+    // Private keys first: one never stays behind where only a login would find it.
+    std::vector<std::pair<bool, CK_OBJECT_HANDLE>> byKind;
     for (CK_OBJECT_HANDLE h : found) {
+        const auto objectClass = ulongAttribute(session.handle(), h, CKA_CLASS);
+        byKind.emplace_back(objectClass && *objectClass != CKO_PRIVATE_KEY, h);
+    }
+    std::stable_sort(byKind.begin(), byKind.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    const std::string token = tokenSerial(backendSlot);
+    for (const auto& [isPublic, h] : byKind) {
         rv = B().C_DestroyObject(session.handle(), h);
         if (rv != CKR_OK) {
             zcryptoki::logError("cannot remove an object under ID " + hexId + ", code " + zcryptoki::hexCode(rv));
+            // The private key is gone: the rest goes the next time the key is reached.
+            if (isPublic) {
+                const Bytes idBytes(id, id + idLength);
+                leftovers().push_back({token, idBytes, CKO_PUBLIC_KEY, Bytes()});
+                leftovers().push_back({token, idBytes, CKO_CERTIFICATE, Bytes()});
+            }
             return vendorCode(rv);
         }
     }

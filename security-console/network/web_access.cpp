@@ -15,6 +15,9 @@
 
 namespace {
 const int kMaxRedirects = 20;
+// A GET that receives nothing for this long is given up: a check in the background must not
+// wait for ever on a server that took the request and never answers.
+const int kStallTimeoutMs = 30000;
 } // namespace
 
 WebAccess::WebAccess(QObject* parent) : QObject(parent)
@@ -54,6 +57,7 @@ void WebAccess::get(const QString& url)
     redirected = false;
     QNetworkRequest request;
     request.setUrl(QUrl(url));
+    request.setTransferTimeout(kStallTimeoutMs);
     manager.get(request);
 }
 
@@ -117,7 +121,9 @@ void WebAccess::requestFinished(QNetworkReply* reply)
 
     if (code != QNetworkReply::NoError) {
         if (code == QNetworkReply::OperationCanceledError) {
-            Log::print(Log::DEBUG, "Web: download cancelled");
+            // Cancelled by the user (a download) or given up by a time limit (any other).
+            Log::print(Log::DEBUG, reply == downloadReply ? QString("Web: download cancelled")
+                                                          : QString("Web: request given up, no answer in time"));
             loop.exit(0);
             return;
         }

@@ -8,8 +8,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <thread>
 
 #define EXPORT extern "C" __attribute__((visibility("default")))
@@ -48,6 +50,50 @@ CK_RV getTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info)
     return target->C_GetTokenInfo(slot, info);
 }
 
+// A pause point in the middle of an operation: the Nth object created or destroyed (or the
+// Nth search started) waits until the test releases it, having pulled the key or stopped
+// pcscd on the bench meanwhile. Released as pulled, that call and every later change fail
+// as on a card that has gone, until the test arms the pause point again.
+enum PauseAt { AtWrite = 0, AtFind = 1 };
+std::mutex pauseMutex;
+std::condition_variable pauseChanged;
+int pauseKind = AtWrite, callsUntilPause = 0;
+bool waiting = false, released = false, releaseAsPulled = false, pulled = false;
+
+CK_RV pausePoint(int kind)
+{
+    std::unique_lock<std::mutex> lock(pauseMutex);
+    if (kind == pauseKind && callsUntilPause > 0 && --callsUntilPause == 0) {
+        waiting = true;
+        pauseChanged.notify_all();
+        pauseChanged.wait(lock, [] { return released; });
+        waiting = released = false;
+        pulled = releaseAsPulled;
+    }
+    return pulled && kind == AtWrite ? CKR_DEVICE_REMOVED : CKR_OK;
+}
+
+CK_RV findObjectsInit(CK_SESSION_HANDLE s, CK_ATTRIBUTE_PTR templ, CK_ULONG count)
+{
+    InFlight call;
+    pausePoint(AtFind);
+    return target->C_FindObjectsInit(s, templ, count);
+}
+
+CK_RV createObject(CK_SESSION_HANDLE s, CK_ATTRIBUTE_PTR templ, CK_ULONG count, CK_OBJECT_HANDLE_PTR object)
+{
+    InFlight call;
+    const CK_RV rv = pausePoint(AtWrite);
+    return rv != CKR_OK ? rv : target->C_CreateObject(s, templ, count, object);
+}
+
+CK_RV destroyObject(CK_SESSION_HANDLE s, CK_OBJECT_HANDLE object)
+{
+    InFlight call;
+    const CK_RV rv = pausePoint(AtWrite);
+    return rv != CKR_OK ? rv : target->C_DestroyObject(s, object);
+}
+
 CK_RV finalize(CK_VOID_PTR reserved)
 {
     if (callsInFlight.load() > 0)
@@ -82,6 +128,9 @@ EXPORT CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
         table.C_GetSlotList = getSlotList;
         table.C_GetTokenInfo = getTokenInfo;
         table.C_Finalize = finalize;
+        table.C_CreateObject = createObject;
+        table.C_DestroyObject = destroyObject;
+        table.C_FindObjectsInit = findObjectsInit;
         target = &real;
     }
     *list = &table;
@@ -102,4 +151,32 @@ EXPORT int faulty_backend_calls_in_flight()
 EXPORT int faulty_backend_finalized_under_calls()
 {
     return finalizedUnderCalls.load();
+}
+
+// Arms the pause point before the `nth` call of a kind (0: object created or destroyed,
+// 1: search started) from now on; 0 disarms it and plugs the key back.
+EXPORT void faulty_backend_pause_at(int kind, int nth)
+{
+    std::lock_guard<std::mutex> lock(pauseMutex);
+    pauseKind = kind;
+    callsUntilPause = nth;
+    pulled = false;
+}
+
+// Waits up to `ms` for a call to reach the pause point; true when one waits there.
+EXPORT int faulty_backend_wait_for_pause(int ms)
+{
+    std::unique_lock<std::mutex> lock(pauseMutex);
+    return pauseChanged.wait_for(lock, std::chrono::milliseconds(ms), [] { return waiting; });
+}
+
+// Lets the paused call (if any) go on; `asPulled`: as on a card that has gone.
+EXPORT void faulty_backend_release(int asPulled)
+{
+    std::lock_guard<std::mutex> lock(pauseMutex);
+    if (!waiting)
+        return;
+    released = true;
+    releaseAsPulled = asPulled != 0;
+    pauseChanged.notify_all();
 }

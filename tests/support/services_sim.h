@@ -46,7 +46,9 @@ public:
     // prefix ending in "*"), optionally "method", and any of "status", "body",
     // "body_base64", "body_size", "headers", "content_type", "delay" (seconds), "redirect"
     // (Location; status 302 unless given), "close" (drop the connection without answer),
-    // "length": "none" (no Content-Length), "chunk_size"/"chunk_delay", "times".
+    // "length": "none" (no Content-Length), "chunk_size"/"chunk_delay", "fail_after" (drop
+    // after that many bytes of the body), "route": true (the service's own answer, with the
+    // script's "delay" and "fail_after"), "times".
     bool script(const QJsonObject& answer);
     bool script(const QJsonArray& answers);
     // Changes the default behaviour (e.g. {"key": {"type": "MASTER_TOKEN"}}).
