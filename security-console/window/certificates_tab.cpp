@@ -108,6 +108,14 @@ void DashboardWindow::clearCertificateRows()
 
 void DashboardWindow::certificateInfo(QList<CryptokiStorageItem> list)
 {
+    // A listing that ends after the key has gone describes a key that is no longer there:
+    // the tab stays on its no-key page instead of showing stale rows.
+    if (!tokenPresent) {
+        Log::print(Log::DEBUG, "Certificate listing ended after the key was removed; dropped");
+        clearCertificateRows();
+        certificateNoToken();
+        return;
+    }
     certificateItems = list;
     haveCertificateList = true;
     certificateCount = list.size();
