@@ -523,9 +523,10 @@ private slots:
         QVERIFY(update.NeedUpdateToken() != 0);
         QCOMPARE(ModalSeam::seen(), (QStringList{kUpdateAsk, kUpdateWait}));
         QCOMPARE(finished.count(), 1);
+        // The box closes on updateFinished; the result is emitted right after it, on the worker.
+        QVERIFY(update.wait(5000));
         QCOMPARE(result.count(), 1);
         QCOMPARE(result.at(0).at(0).toInt(), int(QVTOKEN_OK));
-        QVERIFY(update.wait(5000));
         QVERIFY(!update.token);
         QCOMPARE(keyVersions(), QString("1.2.3.256;2.1"));
         QVERIFY(!QApplication::overrideCursor());
@@ -553,11 +554,11 @@ private slots:
         const int logMark = home.readLog().size();
         ModalSeam::answer(agree ? QMessageBox::Ok : QMessageBox::No);
         const int asked = update.NeedUpdateToken();
+        QVERIFY(update.wait(5000));
         QCOMPARE(result.count(), agree ? 1 : 0);
         if (agree) {
             QCOMPARE(result.at(0).at(0).toInt(), int(QVTOKEN_ERR_KEY_REFUSED));
             QVERIFY(!result.at(0).at(1).toString().isEmpty());
-            QVERIFY(update.wait(5000));
         } else {
             QCOMPARE(asked, 0);
             QCOMPARE(ModalSeam::seen(), QStringList{kUpdateAsk});
