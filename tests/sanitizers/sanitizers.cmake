@@ -26,6 +26,15 @@ elseif(ZORVIK_TSAN)
     set(zd_options
         "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${CMAKE_CURRENT_LIST_DIR}/tsan.supp"
         "QTEST_DISABLE_STACK_DUMP=1")
+    # Debian's QtCore locks through futex calls TSan cannot see, so every queued signal and
+    # posted event would look like a race; the tests run on Debian's own QtCore source built
+    # with TSan instead (scripts/qt-tsan), ahead of the system one in the library path.
+    set(ZORVIK_QT_TSAN_LIB "${CMAKE_SOURCE_DIR}/build-qt-tsan/lib" CACHE PATH
+        "Folder with a ThreadSanitizer build of libQt5Core.so.5 (made by scripts/qt-tsan)")
+    if(NOT EXISTS "${ZORVIK_QT_TSAN_LIB}/libQt5Core.so.5")
+        message(FATAL_ERROR "No ThreadSanitizer QtCore in ${ZORVIK_QT_TSAN_LIB}: run scripts/qt-tsan")
+    endif()
+    set(zd_library_path "${ZORVIK_QT_TSAN_LIB}")
 else()
     return()
 endif()
@@ -53,6 +62,9 @@ LD_PRELOAD=\"${zd_runtime_path}\${LD_PRELOAD:+:\$LD_PRELOAD}\" exec \"${zd_tool_
 endforeach()
 
 set(zd_env_script "set(ENV{PATH} \"${zd_wrappers}:\$ENV{PATH}\")\n")
+if(zd_library_path)
+    string(APPEND zd_env_script "set(ENV{LD_LIBRARY_PATH} \"${zd_library_path}:\$ENV{LD_LIBRARY_PATH}\")\n")
+endif()
 foreach(option IN LISTS zd_options)
     string(REGEX MATCH "^[A-Z_]+" name "${option}")
     string(REGEX REPLACE "^[A-Z_]+=" "" value "${option}")
