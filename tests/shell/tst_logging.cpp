@@ -16,25 +16,14 @@
 #include <QTest>
 #include <QThread>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
 namespace {
 
-// Set up before the first line is logged: the library fixes its paths then.
 TestHome* gHome = nullptr;
 const int kLimit = 5242880;
-
-// An environment with nothing of the user's log settings in it.
-QProcessEnvironment bareEnvironment()
-{
-    QProcessEnvironment env;
-    env.insert("PATH", qEnvironmentVariable("PATH"));
-    for (const char* keep : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LD_LIBRARY_PATH"})
-        if (qEnvironmentVariableIsSet(keep))
-            env.insert(keep, qEnvironmentVariable(keep));
-    return env;
-}
 
 QString param(const QByteArray& out, const QByteArray& name)
 {
@@ -44,30 +33,18 @@ QString param(const QByteArray& out, const QByteArray& name)
     return QString();
 }
 
-// Content of `size` bytes that starts with `tag`, so archives can be told apart.
-QByteArray content(const QByteArray& tag, int size)
+// "<big>" is a live log over the limit, "<limit>" one exactly at it (both start with "live"
+// so archives can be told apart); other text is itself.
+QByteArray contentFor(const QString& text, const QByteArray& tag = "live")
 {
-    QByteArray data = tag + '\n';
-    if (data.size() < size)
-        data += QByteArray(size - data.size(), 'z');
-    return data.left(size);
+    if (!text.startsWith('<'))
+        return text.toUtf8() + "\n";
+    return (tag + '\n' + QByteArray(kLimit, 'z')).left(text == "<big>" ? kLimit + 1 : kLimit);
 }
 
-// "<big>" is a live log over the limit, "<limit>" one exactly at it; other text is itself.
-QByteArray contentFor(const QString& text)
+bool logged(const QString& line)
 {
-    if (text == "<big>")
-        return content("live", kLimit + 1);
-    if (text == "<limit>")
-        return content("live", kLimit);
-    return text.toUtf8() + "\n";
-}
-
-void rotate(const QString& path)
-{
-    logItem it;
-    LogManager::setLogCfg(&it, path, kLimit, 4);
-    LogManager().doRotate(it);
+    return shell::strippedLines(gHome->readLog()).contains(line);
 }
 
 } // namespace
@@ -77,329 +54,284 @@ class TestLogging : public QObject
     Q_OBJECT
 
 private slots:
-    void textsAreLoggedVerbatim_data();
-    void textsAreLoggedVerbatim();
-    void levelMapping_data();
-    void levelMapping();
-    void setLogChangesNothingLastLogIsTheTail();
-    void qtMessagesAndInfoAbort();
-    void pathRules_data();
-    void pathRules();
-    void platformLinesAlsoGoToSystemLog();
-    void concurrentWritersDuringRotation();
-
-    void rotation_data();
-    void rotation();
-    void missingLiveFileIsReported();
-    void runRotatesBothLogs();
-    void filesToSendOrder();
-};
-
-void TestLogging::textsAreLoggedVerbatim_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("qt placeholder") << "value %1 of %2";
-    QTest::newRow("printf conversions") << "rate 100%s %d %n %ls %S %%";
-    QTest::newRow("lone percent at end") << "at the end %";
-    QTest::newRow("non-ASCII") << QString::fromUtf8("Zürich ключ € 鍵 \U0001F511");
-    QTest::newRow("longer than a first buffer") << "long:" + QString(20000, QChar('x')) + ":end";
-}
-
-void TestLogging::textsAreLoggedVerbatim()
-{
-    QFETCH(QString, text);
-    const QString line = QString("[%1] ").arg(QTest::currentDataTag()) + text;
-    Log::print(Log::DEBUG, line);
-    QVERIFY(shell::strippedLines(gHome->readLog()).contains("DEBUG dashboard: " + line));
-}
-
-void TestLogging::levelMapping_data()
-{
-    QTest::addColumn<int>("level");
-    QTest::addColumn<QString>("name");
-    QTest::newRow("EMERG") << 0 << "CRIT";
-    QTest::newRow("CRIT") << 2 << "CRIT";
-    QTest::newRow("ERR") << 3 << "ERROR";
-    QTest::newRow("WARNING") << 4 << "WARNING";
-    QTest::newRow("INFO") << 6 << "INFO";
-    QTest::newRow("DEBUG") << 7 << "DEBUG";
-    QTest::newRow("out of range 8") << 8 << "DEBUG";
-    QTest::newRow("negative") << -1 << "DEBUG";
-}
-
-void TestLogging::levelMapping()
-{
-    QFETCH(int, level);
-    QFETCH(QString, name);
-    const QString text = QString("level probe %1").arg(level);
-    Log::print(static_cast<Log::LogLevel>(level), text);
-    QVERIFY(shell::strippedLines(gHome->readLog()).contains(name + " dashboard: " + text));
-}
-
-void TestLogging::setLogChangesNothingLastLogIsTheTail()
-{
-    QTemporaryDir other;
-    Log::setLog(other.path() + "/elsewhere.log", Log::ERR, 10);
-    Log::rotateLogFile();
-    Log::print(Log::DEBUG, "after setLog");
-    QVERIFY(shell::strippedLines(gHome->readLog()).contains("DEBUG dashboard: after setLog"));
-    QVERIFY(QDir(other.path()).isEmpty());
-    const QByteArray log = gHome->readLog().toUtf8();
-    QCOMPARE(Log::lastLog(20).toUtf8(), log.right(20));
-    QCOMPARE(Log::lastLog(1 << 30).toUtf8(), log);
-    QVERIFY(Log::lastLog(0).isEmpty());
-}
-
-void TestLogging::qtMessagesAndInfoAbort()
-{
-    TestHome child;
-    const shell::RunResult r = shell::run(SHELL_HELPER_EXE, {"messages"}, child.environment());
-    QCOMPARE(r.status, QProcess::CrashExit);
-    const QStringList lines = shell::strippedLines(child.readLog());
-    QCOMPARE(lines, QStringList({"DEBUG dashboard: debug line 1", "WARNING dashboard: warning line 2",
-                                 "ERROR dashboard: critical line 3", "CRIT dashboard: info line 4"}));
-}
-
-void TestLogging::pathRules_data()
-{
-    QTest::addColumn<QStringList>("settings"); // NAME=value; "<t>" is the test's directory
-    QTest::addColumn<QString>("userLog");
-    QTest::addColumn<QString>("systemLog");
-    const QString system = "/var/log/zorvik/dashboard.log";
-    QTest::newRow("own dir wins") << QStringList{"ZORVIK_LOG_DIR=<t>/own", "XDG_STATE_HOME=<t>/state", "HOME=<t>/home"}
-                                  << "<t>/own/dashboard.log" << system;
-    QTest::newRow("empty own dir ignored") << QStringList{"ZORVIK_LOG_DIR=", "XDG_STATE_HOME=<t>/state", "HOME=<t>/h"}
-                                           << "<t>/state/zorvik/dashboard.log" << system;
-    QTest::newRow("empty state home ignored") << QStringList{"XDG_STATE_HOME=", "HOME=<t>/home"}
-                                              << "<t>/home/.local/state/zorvik/dashboard.log" << system;
-    QTest::newRow("system dir") << QStringList{"HOME=<t>/home", "ZORVIK_SYSTEM_LOG_DIR=<t>/sys"}
-                                << "<t>/home/.local/state/zorvik/dashboard.log" << "<t>/sys/dashboard.log";
-}
-
-void TestLogging::pathRules()
-{
-    QFETCH(QStringList, settings);
-    QFETCH(QString, userLog);
-    QFETCH(QString, systemLog);
-    QTemporaryDir t;
-    userLog.replace("<t>", t.path());
-    systemLog.replace("<t>", t.path());
-    QProcessEnvironment env = bareEnvironment();
-    for (QString s : settings) {
-        s.replace("<t>", t.path());
-        env.insert(s.section('=', 0, 0), s.section('=', 1));
-    }
-    const shell::RunResult params = shell::run(SHELL_HELPER_EXE, {"params"}, env);
-    QCOMPARE(param(params.out, "user"), userLog);
-    QCOMPARE(param(params.out, "system"), systemLog);
-    QCOMPARE(param(params.out, "other"), QString("(null)"));
-    // The library writes there, creating the missing directories.
-    QCOMPARE(shell::run(SHELL_HELPER_EXE, {"lines", "2", "path-probe"}, env).code, 0);
-    QCOMPARE(shell::strippedLines(QString::fromUtf8(readFile(userLog))),
-             QStringList({"DEBUG dashboard: path-probe 0", "DEBUG dashboard: path-probe 1"}));
-}
-
-void TestLogging::platformLinesAlsoGoToSystemLog()
-{
-    TestHome child;
-    QProcessEnvironment env = child.environment();
-    shell::RunResult r = shell::run(SHELL_HELPER_EXE, {"component", "qvtoken", "reader found"}, env);
-    QCOMPARE(r.out.trimmed(), QByteArray("component=0 dashboard=0"));
-    QCOMPARE(shell::strippedLines(child.readLog()),
-             QStringList({"NOTICE qvtoken: reader found", "NOTICE dashboard: reader found"}));
-    const QString systemLog = child.systemLogDir() + "/dashboard.log";
-    QCOMPARE(shell::strippedLines(QString::fromUtf8(readFile(systemLog))),
-             QStringList({"NOTICE qvtoken: reader found"}));
-
-    // A system log that cannot be made (below a regular file, not even by root) costs nothing
-    // of the user log; with no writable file at all the call reports it and the process goes on.
-    const QString blocker = child.path() + "/not-a-dir";
-    QVERIFY(writeFile(blocker, "x"));
-    env.insert("ZORVIK_SYSTEM_LOG_DIR", blocker + "/zorvik");
-    r = shell::run(SHELL_HELPER_EXE, {"component", "qvtoken", "still logging"}, env);
-    QCOMPARE(r.out.trimmed(), QByteArray("component=0 dashboard=0"));
-    QVERIFY(child.readLog().endsWith("NOTICE dashboard: still logging\n"));
-    env.insert("ZORVIK_LOG_DIR", blocker + "/user");
-    r = shell::run(SHELL_HELPER_EXE, {"component", "qvtoken", "nowhere"}, env);
-    QCOMPARE(r.code, 0);
-    QCOMPARE(r.out.trimmed(), QByteArray("component=-1 dashboard=-1"));
-}
-
-void TestLogging::concurrentWritersDuringRotation()
-{
-    const int perWriter = 4000;
-    const QStringList tags{"T0", "T1", "T2", "T3", "P0", "P1"}; // threads, then processes
-    const QString live = gHome->userLog();
-    QFile::remove(live);
-
-    std::vector<std::unique_ptr<QThread>> writers;
-    std::vector<std::unique_ptr<QProcess>> children;
-    for (const QString& tag : tags) {
-        if (tag.startsWith('T')) {
-            writers.emplace_back(QThread::create([tag] {
-                for (int i = 0; i < perWriter; ++i)
-                    Log::print(Log::DEBUG, QString("%1 %2").arg(tag).arg(i));
-            }));
-            writers.back()->start();
-        } else {
-            children.push_back(std::make_unique<QProcess>());
-            children.back()->setProcessEnvironment(gHome->environment());
-            children.back()->start(SHELL_HELPER_EXE, {"lines", QString::number(perWriter), tag});
-        }
-    }
-    // Rename the live file away again and again while they write.
-    QStringList pieces;
-    const auto running = [&] {
-        for (auto& w : writers)
-            if (!w->isFinished())
-                return true;
-        for (auto& p : children)
-            if (p->state() != QProcess::NotRunning && !p->waitForFinished(0))
-                return true;
-        return false;
-    };
-    while (running()) {
-        const QString piece = QString("%1.piece%2").arg(live).arg(pieces.size());
-        if (QFile::rename(live, piece))
-            pieces << piece;
-    }
-    for (auto& p : children)
-        QVERIFY(p->exitStatus() == QProcess::NormalExit && p->exitCode() == 0);
-    pieces << live;
-    QVERIFY2(pieces.size() >= 3, "the file was never renamed while the writers ran");
-
-    // Every line whole, none lost, none twice.
-    static const QRegularExpression lineRe(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} DEBUG dashboard: (\w\d) (\d+)$)");
-    QHash<QString, QVector<int>> seen;
-    for (const QString& tag : tags)
-        seen.insert(tag, QVector<int>(perWriter, 0));
-    for (const QString& piece : pieces) {
-        const QByteArray data = readFile(piece);
-        QVERIFY2(data.isEmpty() || data.endsWith('\n'), qPrintable(piece + " ends inside a line"));
-        for (const QByteArray& raw : data.split('\n')) {
-            if (raw.isEmpty())
-                continue;
-            const auto m = lineRe.match(QString::fromUtf8(raw));
-            const int i = m.captured(2).toInt();
-            QVERIFY2(m.hasMatch() && seen.contains(m.captured(1)) && i < perWriter, raw.constData());
-            seen[m.captured(1)][i]++;
-        }
-    }
-    for (auto it = seen.cbegin(); it != seen.cend(); ++it)
-        QVERIFY2(it.value().count(1) == perWriter, qPrintable(it.key() + " lost or doubled lines"));
-}
-
-void TestLogging::rotation_data()
-{
-    // Files before and after one rotation of "dashboard.log": "name=content", with .gz
-    // archives compared after decompression.
-    QTest::addColumn<QString>("subdir");
-    QTest::addColumn<QStringList>("before");
-    QTest::addColumn<QStringList>("after");
-    QTest::newRow("exactly the limit") << "" << QStringList{"dashboard.log=<limit>"}
-                                       << QStringList{"dashboard.log=<limit>"};
-    QTest::newRow("one byte over") << "" << QStringList{"dashboard.log=<big>"}
-                                   << QStringList{"dashboard.log1.gz=<big>"};
-    QTest::newRow("full series shifts")
-        << "" << QStringList{"dashboard.log=<big>", "dashboard.log1.gz=one", "dashboard.log2.gz=two", "dashboard.log3.gz=three"}
-        << QStringList{"dashboard.log1.gz=<big>", "dashboard.log2.gz=one", "dashboard.log3.gz=two"};
-    QTest::newRow("gap in series") << "" << QStringList{"dashboard.log=<big>", "dashboard.log2.gz=two"}
-                                   << QStringList{"dashboard.log1.gz=<big>", "dashboard.log2.gz=two"};
-    QTest::newRow("leftover of an interrupted run") << "" << QStringList{"dashboard.log=<big>", "dashboard.log1=half"}
-                                                    << QStringList{"dashboard.log1.gz=<big>"};
-    // Logs of the earlier naming scheme ("<log>.1") become archive 1.
-    QTest::newRow("previous log, archive 1")
-        << "" << QStringList{"dashboard.log=small", "dashboard.log.1=previous", "dashboard.log1=stale", "dashboard.log1.gz=one"}
-        << QStringList{"dashboard.log=small", "dashboard.log1.gz=previous", "dashboard.log2.gz=one"};
-    QTest::newRow("previous log, live over the limit")
-        << "" << QStringList{"dashboard.log=<big>", "dashboard.log.1=previous"}
-        << QStringList{"dashboard.log1.gz=previous", "dashboard.log2.gz=<big>"};
-    // gzip is handed the path in pieces: the renamed file stays uncompressed.
-    QTest::newRow("blanks in the path") << "my logs" << QStringList{"dashboard.log=<big>"}
-                                        << QStringList{"dashboard.log1=<big>"};
-}
-
-void TestLogging::rotation()
-{
-    QFETCH(QString, subdir);
-    QFETCH(QStringList, before);
-    QFETCH(QStringList, after);
-    QTemporaryDir tmp;
-    const QString dir = subdir.isEmpty() ? tmp.path() : tmp.path() + "/" + subdir;
-    QVERIFY(QDir().mkpath(dir));
-    for (const QString& file : before) {
-        QString name = file.section('=', 0, 0);
-        const bool gz = name.endsWith(".gz");
-        if (gz)
-            name.chop(3);
-        QVERIFY(writeFile(dir + "/" + name, contentFor(file.section('=', 1))));
-        if (gz)
-            QCOMPARE(QProcess::execute("gzip", {"-q", dir + "/" + name}), 0);
-    }
-    rotate(dir + "/dashboard.log");
-    QStringList names;
-    for (const QString& file : after) {
-        const QString name = file.section('=', 0, 0), path = dir + "/" + name;
-        names << name;
-        QCOMPARE(name.endsWith(".gz") ? gunzip(readFile(path)) : readFile(path), contentFor(file.section('=', 1)));
-    }
-    names.sort();
-    QCOMPARE(QDir(dir).entryList(QDir::Files, QDir::Name), names);
-    const QString log = gHome->readLog();
-    QVERIFY(log.contains("LOGROTATE: cheking log file " + dir + "/dashboard.log"));
-    QCOMPARE(log.contains("LOGROTATE: perform rotation " + dir), before.first().endsWith("<big>"));
-}
-
-void TestLogging::missingLiveFileIsReported()
-{
-    QTemporaryDir tmp;
-    const QString log = tmp.path() + "/dashboard.log";
-    LogManager().archiveLog(log, 0, 4);
-    const QStringList lines = shell::strippedLines(gHome->readLog());
-    QVERIFY(lines.contains("WARNING dashboard: LOGROTATE: Cannot rotate log file:" + log));
-    QVERIFY(lines.contains("ERROR dashboard: LOGROTATE: Cannot archive file " + log));
-    QVERIFY(QDir(tmp.path()).isEmpty());
-}
-
-void TestLogging::runRotatesBothLogs()
-{
-    const QString user = gHome->userLog();
-    const QString system = gHome->systemLogDir() + "/dashboard.log";
-    // The user log is this process's live log: grow it past the limit with real lines.
+    void textsAreLoggedVerbatim_data()
     {
-        QFile f(user);
-        QVERIFY(f.open(QIODevice::Append));
-        while (f.size() <= kLimit)
-            f.write("2026-01-01 00:00:00.000 DEBUG dashboard: padding line for the rotation test\n");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("format characters") << "value %1 of %2, rate 100%s %d %n %ls %S %% at the end %";
+        QTest::newRow("non-ASCII, longer than a first buffer")
+            << QString::fromUtf8("Zürich ключ € 鍵 \U0001F511 ") + QString(20000, QChar('x')) + ":end";
     }
-    const QByteArray userBefore = readFile(user);
-    const QByteArray systemData = content("system", kLimit + 7);
-    QVERIFY(writeFile(system, systemData));
+    void textsAreLoggedVerbatim()
+    {
+        QFETCH(QString, text);
+        Log::print(Log::DEBUG, text);
+        QVERIFY(logged("DEBUG dashboard: " + text));
+    }
 
-    LogManager manager;
-    QSignalSpy finished(&manager, &QThread::finished);
-    manager.start();
-    QVERIFY(finished.wait(60000));
-    QCOMPARE(manager.config().user.maxSize, kLimit);
-    QCOMPARE(manager.config().user.count, 4);
+    // DEBUG, WARNING, ERR and CRIT are seen through the Qt messages below.
+    void levelMapping_data()
+    {
+        QTest::addColumn<int>("level");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("EMERG") << 0 << "CRIT";
+        QTest::newRow("INFO") << 6 << "INFO";
+        QTest::newRow("out of range 8") << 8 << "DEBUG";
+        QTest::newRow("negative") << -1 << "DEBUG";
+    }
+    void levelMapping()
+    {
+        QFETCH(int, level);
+        QFETCH(QString, name);
+        const QString text = QString("level probe %1").arg(level);
+        Log::print(static_cast<Log::LogLevel>(level), text);
+        QVERIFY(logged(name + " dashboard: " + text));
+    }
 
-    // Everything the user log held, and the rotation's own first lines, are archived; the
-    // logger started a new live file and went on writing into it.
-    const QByteArray archived = gunzip(readFile(user + "1.gz"));
-    QVERIFY(archived.startsWith(userBefore));
-    QVERIFY(archived.contains("LOGROTATE: perform rotation " + user.toUtf8()));
-    QCOMPARE(gunzip(readFile(system + "1.gz")), systemData);
-    QVERIFY(!QFile::exists(system));
-    QVERIFY(gHome->readLog().contains("DEBUG dashboard: LOGROTATE: perform rotation " + system));
-    QVERIFY(QFileInfo(user).size() < 4096);
-}
+    void setLogChangesNothingLastLogIsTheTail()
+    {
+        QTemporaryDir other;
+        Log::setLog(other.path() + "/elsewhere.log", Log::ERR, 10);
+        Log::rotateLogFile();
+        Log::print(Log::DEBUG, "after setLog");
+        QVERIFY(logged("DEBUG dashboard: after setLog"));
+        QVERIFY(QDir(other.path()).isEmpty());
+        const QByteArray log = gHome->readLog().toUtf8();
+        QCOMPARE(Log::lastLog(20).toUtf8(), log.right(20));
+        QCOMPARE(Log::lastLog(1 << 30).toUtf8(), log);
+        QVERIFY(Log::lastLog(0).isEmpty());
+    }
 
-void TestLogging::filesToSendOrder()
-{
-    const QString user = gHome->userLog();
-    const QString system = gHome->systemLogDir() + "/dashboard.log";
-    QCOMPARE(LogManager().filesToSend(), QStringList({user, system, user + "1.gz", system + "1.gz"}));
-}
+    void qtMessagesAndInfoAbort()
+    {
+        TestHome child;
+        QCOMPARE(shell::run(SHELL_HELPER_EXE, {"messages"}, child.environment()).status, QProcess::CrashExit);
+        QCOMPARE(shell::strippedLines(child.readLog()),
+                 QStringList({"DEBUG dashboard: debug line 1", "WARNING dashboard: warning line 2",
+                              "ERROR dashboard: critical line 3", "CRIT dashboard: info line 4"}));
+    }
+
+    void pathRules_data()
+    {
+        QTest::addColumn<QStringList>("settings"); // NAME=value; "<t>" is the test's directory
+        QTest::addColumn<QString>("userLog");
+        QTest::addColumn<QString>("systemLog");
+        const QString system = "/var/log/zorvik/dashboard.log";
+        QTest::newRow("own dir wins") << QStringList{"ZORVIK_LOG_DIR=<t>/own", "XDG_STATE_HOME=<t>/state", "HOME=<t>/h"}
+                                      << "<t>/own/dashboard.log" << system;
+        QTest::newRow("empty own dir ignored") << QStringList{"ZORVIK_LOG_DIR=", "XDG_STATE_HOME=<t>/state", "HOME=<t>/h"}
+                                               << "<t>/state/zorvik/dashboard.log" << system;
+        QTest::newRow("empty state home ignored") << QStringList{"XDG_STATE_HOME=", "HOME=<t>/h"}
+                                                  << "<t>/h/.local/state/zorvik/dashboard.log" << system;
+        QTest::newRow("system dir") << QStringList{"HOME=<t>/h", "ZORVIK_SYSTEM_LOG_DIR=<t>/sys"}
+                                    << "<t>/h/.local/state/zorvik/dashboard.log" << "<t>/sys/dashboard.log";
+    }
+    void pathRules()
+    {
+        QFETCH(QStringList, settings);
+        QFETCH(QString, userLog);
+        QFETCH(QString, systemLog);
+        QTemporaryDir t;
+        // Nothing of the user's log settings.
+        QProcessEnvironment env;
+        for (const char* keep : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LD_LIBRARY_PATH"})
+            if (qEnvironmentVariableIsSet(keep))
+                env.insert(keep, qEnvironmentVariable(keep));
+        for (const QString& s : settings)
+            env.insert(s.section('=', 0, 0), s.section('=', 1).replace("<t>", t.path()));
+        const QByteArray out = shell::run(SHELL_HELPER_EXE, {"params"}, env).out;
+        QCOMPARE(param(out, "user"), userLog.replace("<t>", t.path()));
+        QCOMPARE(param(out, "system"), systemLog.replace("<t>", t.path()));
+        QCOMPARE(param(out, "other"), QString("(null)"));
+        // The library writes there, creating the missing directories.
+        QCOMPARE(shell::run(SHELL_HELPER_EXE, {"lines", "2", "path-probe"}, env).code, 0);
+        QCOMPARE(shell::strippedLines(QString::fromUtf8(readFile(userLog))),
+                 QStringList({"DEBUG dashboard: path-probe 0", "DEBUG dashboard: path-probe 1"}));
+    }
+
+    void platformLinesAlsoGoToSystemLog()
+    {
+        TestHome child;
+        QProcessEnvironment env = child.environment();
+        const auto component = [&](const QString& text) {
+            return shell::run(SHELL_HELPER_EXE, {"component", "qvtoken", text}, env).out.trimmed();
+        };
+        QCOMPARE(component("reader found"), QByteArray("component=0 dashboard=0"));
+        QCOMPARE(shell::strippedLines(child.readLog()),
+                 QStringList({"NOTICE qvtoken: reader found", "NOTICE dashboard: reader found"}));
+        QCOMPARE(shell::strippedLines(QString::fromUtf8(readFile(child.systemLogDir() + "/dashboard.log"))),
+                 QStringList({"NOTICE qvtoken: reader found"}));
+
+        // A system log that cannot be made (below a regular file, not even by root) costs nothing
+        // of the user log; with no writable file at all the call reports it and the process goes on.
+        const QString blocker = child.path() + "/not-a-dir";
+        QVERIFY(writeFile(blocker, "x"));
+        env.insert("ZORVIK_SYSTEM_LOG_DIR", blocker + "/zorvik");
+        QCOMPARE(component("still logging"), QByteArray("component=0 dashboard=0"));
+        QVERIFY(child.readLog().endsWith("NOTICE dashboard: still logging\n"));
+        env.insert("ZORVIK_LOG_DIR", blocker + "/user");
+        QCOMPARE(component("nowhere"), QByteArray("component=-1 dashboard=-1"));
+    }
+
+    void concurrentWritersDuringRotation()
+    {
+        const int perWriter = 4000;
+        const QStringList tags{"T0", "T1", "T2", "T3", "P0", "P1"}; // threads, then processes
+        const QString live = gHome->userLog();
+        QFile::remove(live);
+        std::vector<std::unique_ptr<QThread>> threads;
+        std::vector<std::unique_ptr<QProcess>> children;
+        for (const QString& tag : tags) {
+            if (tag.startsWith('T')) {
+                threads.emplace_back(QThread::create([tag] {
+                    for (int i = 0; i < perWriter; ++i)
+                        Log::print(Log::DEBUG, QString("%1 %2").arg(tag).arg(i));
+                }));
+                threads.back()->start();
+            } else {
+                children.push_back(std::make_unique<QProcess>());
+                children.back()->setProcessEnvironment(gHome->environment());
+                children.back()->start(SHELL_HELPER_EXE, {"lines", QString::number(perWriter), tag});
+            }
+        }
+        // Rename the live file away again and again while they write.
+        QStringList pieces;
+        const auto running = [&] {
+            return std::any_of(threads.begin(), threads.end(), [](auto& t) { return !t->isFinished(); }) ||
+                   std::any_of(children.begin(), children.end(), [](auto& p) {
+                       return p->state() != QProcess::NotRunning && !p->waitForFinished(0);
+                   });
+        };
+        while (running()) {
+            const QString piece = QString("%1.piece%2").arg(live).arg(pieces.size());
+            if (QFile::rename(live, piece))
+                pieces << piece;
+        }
+        for (auto& p : children)
+            QVERIFY(p->exitStatus() == QProcess::NormalExit && p->exitCode() == 0);
+        pieces << live;
+        QVERIFY2(pieces.size() >= 3, "the file was never renamed while the writers ran");
+
+        // Every line whole, none lost, none twice.
+        static const QRegularExpression lineRe(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} DEBUG dashboard: (\w\d) (\d+)$)");
+        QHash<QString, QVector<int>> seen;
+        for (const QString& tag : tags)
+            seen.insert(tag, QVector<int>(perWriter, 0));
+        for (const QString& piece : pieces) {
+            const QByteArray data = readFile(piece);
+            QVERIFY2(data.isEmpty() || data.endsWith('\n'), qPrintable(piece + " ends inside a line"));
+            for (const QByteArray& raw : data.split('\n')) {
+                const auto m = lineRe.match(QString::fromUtf8(raw));
+                const int i = m.captured(2).toInt();
+                QVERIFY2(raw.isEmpty() || (m.hasMatch() && seen.contains(m.captured(1)) && i < perWriter), raw.constData());
+                if (!raw.isEmpty())
+                    seen[m.captured(1)][i]++;
+            }
+        }
+        for (auto it = seen.cbegin(); it != seen.cend(); ++it)
+            QVERIFY2(it.value().count(1) == perWriter, qPrintable(it.key() + " lost or doubled lines"));
+    }
+
+    // Files before and after one rotation of "dashboard.log": "name=content", .gz archives
+    // compared after decompression.
+    void rotation_data()
+    {
+        QTest::addColumn<QString>("subdir");
+        QTest::addColumn<QStringList>("before");
+        QTest::addColumn<QStringList>("after");
+        QTest::newRow("exactly the limit") << "" << QStringList{"dashboard.log=<limit>"}
+                                           << QStringList{"dashboard.log=<limit>"};
+        QTest::newRow("full series shifts")
+            << "" << QStringList{"dashboard.log=<big>", "dashboard.log1.gz=one", "dashboard.log2.gz=two", "dashboard.log3.gz=three"}
+            << QStringList{"dashboard.log1.gz=<big>", "dashboard.log2.gz=one", "dashboard.log3.gz=two"};
+        QTest::newRow("gap in series") << "" << QStringList{"dashboard.log=<big>", "dashboard.log2.gz=two"}
+                                       << QStringList{"dashboard.log1.gz=<big>", "dashboard.log2.gz=two"};
+        QTest::newRow("leftover of an interrupted run") << "" << QStringList{"dashboard.log=<big>", "dashboard.log1=half"}
+                                                        << QStringList{"dashboard.log1.gz=<big>"};
+        // Logs of the earlier naming scheme ("<log>.1") become archive 1.
+        QTest::newRow("previous log, archive 1")
+            << "" << QStringList{"dashboard.log=small", "dashboard.log.1=previous", "dashboard.log1=stale", "dashboard.log1.gz=one"}
+            << QStringList{"dashboard.log=small", "dashboard.log1.gz=previous", "dashboard.log2.gz=one"};
+        QTest::newRow("previous log, live over the limit")
+            << "" << QStringList{"dashboard.log=<big>", "dashboard.log.1=previous"}
+            << QStringList{"dashboard.log1.gz=previous", "dashboard.log2.gz=<big>"};
+        // gzip is handed the path in pieces: the renamed file stays uncompressed.
+        QTest::newRow("blanks in the path") << "my logs" << QStringList{"dashboard.log=<big>"}
+                                            << QStringList{"dashboard.log1=<big>"};
+    }
+    void rotation()
+    {
+        QFETCH(QString, subdir);
+        QFETCH(QStringList, before);
+        QFETCH(QStringList, after);
+        QTemporaryDir tmp;
+        const QString dir = tmp.path() + "/" + subdir;
+        QVERIFY(QDir().mkpath(dir));
+        for (const QString& file : before) {
+            const QString path = dir + "/" + file.section('=', 0, 0).remove(QRegularExpression("\\.gz$"));
+            QVERIFY(writeFile(path, contentFor(file.section('=', 1))));
+            if (file.contains(".gz="))
+                QCOMPARE(QProcess::execute("gzip", {"-q", path}), 0);
+        }
+        logItem it;
+        LogManager::setLogCfg(&it, QDir::cleanPath(dir + "/dashboard.log"), kLimit, 4);
+        LogManager().doRotate(it);
+        QStringList names;
+        for (const QString& file : after) {
+            const QString name = file.section('=', 0, 0), path = dir + "/" + name;
+            names << name;
+            QCOMPARE(name.endsWith(".gz") ? gunzip(readFile(path)) : readFile(path), contentFor(file.section('=', 1)));
+        }
+        names.sort();
+        QCOMPARE(QDir(dir).entryList(QDir::Files, QDir::Name), names);
+        const QString log = gHome->readLog(), cleanDir = QDir::cleanPath(dir);
+        QVERIFY(log.contains("LOGROTATE: cheking log file " + cleanDir + "/dashboard.log"));
+        QCOMPARE(log.contains("LOGROTATE: perform rotation " + cleanDir), before.first().endsWith("<big>"));
+    }
+
+    void missingLiveFileIsReported()
+    {
+        QTemporaryDir tmp;
+        const QString log = tmp.path() + "/dashboard.log";
+        LogManager().archiveLog(log, 0, 4);
+        QVERIFY(logged("WARNING dashboard: LOGROTATE: Cannot rotate log file:" + log));
+        QVERIFY(logged("ERROR dashboard: LOGROTATE: Cannot archive file " + log));
+        QVERIFY(QDir(tmp.path()).isEmpty());
+    }
+
+    void runRotatesBothLogs()
+    {
+        const QString user = gHome->userLog();
+        const QString system = gHome->systemLogDir() + "/dashboard.log";
+        // The user log is this process's live log: grow it past the limit with real lines.
+        {
+            QFile f(user);
+            QVERIFY(f.open(QIODevice::Append));
+            while (f.size() <= kLimit)
+                f.write("2026-01-01 00:00:00.000 DEBUG dashboard: padding line for the rotation test\n");
+        }
+        const QByteArray userBefore = readFile(user);
+        const QByteArray systemData = contentFor("<big>", "system");
+        QVERIFY(writeFile(system, systemData));
+
+        LogManager manager;
+        QSignalSpy finished(&manager, &QThread::finished);
+        manager.start();
+        QVERIFY(finished.wait(60000));
+        QCOMPARE(manager.config().user.maxSize, kLimit);
+        QCOMPARE(manager.config().user.count, 4);
+
+        // Everything the user log held, and the rotation's own first lines, are archived; the
+        // logger started a new live file and went on writing into it.
+        const QByteArray archived = gunzip(readFile(user + "1.gz"));
+        QVERIFY(archived.startsWith(userBefore));
+        QVERIFY(archived.contains("LOGROTATE: perform rotation " + user.toUtf8()));
+        QCOMPARE(gunzip(readFile(system + "1.gz")), systemData);
+        QVERIFY(!QFile::exists(system));
+        QVERIFY(gHome->readLog().contains("DEBUG dashboard: LOGROTATE: perform rotation " + system));
+        QVERIFY(QFileInfo(user).size() < 4096);
+        QCOMPARE(LogManager().filesToSend(), QStringList({user, system, user + "1.gz", system + "1.gz"}));
+    }
+};
 
 SHELL_TEST_MAIN(TestLogging)
 
