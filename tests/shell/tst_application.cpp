@@ -67,7 +67,8 @@ private slots:
         QVERIFY(gHome->readLog().contains("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found\n"));
         const auto pollers = [this] {
             const auto timers = app.findChildren<QTimer*>();
-            return std::count_if(timers.begin(), timers.end(), [](QTimer* t) { return t->interval() == 100 && t->isActive(); });
+            return std::count_if(timers.begin(), timers.end(),
+                                 [](QTimer* t) { return t->interval() == 100 && t->isActive(); });
         };
         QCOMPARE(pollers(), 1);
         // Asked again, the owner says so and keeps its one timer.
@@ -139,18 +140,22 @@ private slots:
             parent = d->parentWidget();
         });
         ModalSeam::answer(answer);
-        QSignalSpy closed(&app, kind == "vpn"    ? SIGNAL(openVPNDialogClosed(bool, QString, QString, QString, QString, QString))
+        QSignalSpy closed(&app, kind == "vpn"
+                                    ? SIGNAL(openVPNDialogClosed(bool, QString, QString, QString, QString, QString))
                                 : kind == "info" ? SIGNAL(infoClosed(int))
                                                  : SIGNAL(messageClosed()));
         QThread* worker = QThread::create([this, kind] {
-            QMetaObject::invokeMethod(&app, [this, kind] {
-                if (kind == "vpn")
-                    app.runOpenVPNDialog("/tmp/openvpn", "office", "1194", {{"serial-1", "Alice VPN"}});
-                else if (kind == "info")
-                    app.showInfo("Info title", "Some <b>text</b>", "A label", false);
-                else
-                    app.showMessage("Title from worker", "Text from worker");
-            }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                &app,
+                [this, kind] {
+                    if (kind == "vpn")
+                        app.runOpenVPNDialog("/tmp/openvpn", "office", "1194", {{"serial-1", "Alice VPN"}});
+                    else if (kind == "info")
+                        app.showInfo("Info title", "Some <b>text</b>", "A label", false);
+                    else
+                        app.showMessage("Title from worker", "Text from worker");
+                },
+                Qt::QueuedConnection);
         });
         worker->start();
         worker->wait();

@@ -25,7 +25,8 @@ const QString kStartBanner = "NOTICE dashboard: =============== ZORVIK Dashboard
 const QString kFinishBanner = "NOTICE dashboard: =============== ZORVIK Dashboard application finished ===============";
 
 // One start of the program.
-struct Dashboard {
+struct Dashboard
+{
     QString logDir;
     std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
 
@@ -174,10 +175,10 @@ private slots:
         QTest::addColumn<QStringList>("firstArgs");
         QTest::addColumn<QStringList>("secondArgs");
         QTest::addColumn<bool>("hidden"); // the first instance started in the tray
-        QTest::newRow("--tray later, plain second start") << QStringList{"x", "--restart", "--tray"} << QStringList{}
-                                                          << true;
-        QTest::newRow("case matters, --exit not first") << QStringList{"--Tray"} << QStringList{"first", "--exit"}
-                                                        << false;
+        QTest::newRow("--tray later, plain second start")
+            << QStringList{"x", "--restart", "--tray"} << QStringList{} << true;
+        QTest::newRow("case matters, --exit not first")
+            << QStringList{"--Tray"} << QStringList{"first", "--exit"} << false;
     }
     void handOver()
     {
@@ -286,7 +287,8 @@ private slots:
         QVERIFY(a.has("DEBUG dashboard: QT Style: "));
         qint64 program = 0;
         for (qint64 pid : descendants(a.process->processId()))
-            if (QFileInfo(QString("/proc/%1/exe").arg(pid)).symLinkTarget() == QFileInfo(ZORVIK_DASHBOARD_EXE).canonicalFilePath())
+            if (QFileInfo(QString("/proc/%1/exe").arg(pid)).symLinkTarget() ==
+                QFileInfo(ZORVIK_DASHBOARD_EXE).canonicalFilePath())
                 program = pid;
         QVERIFY(program > 0);
         QVERIFY2(readFile(QString("/proc/%1/maps").arg(program)).contains("libgtk-x11-2.0"),
