@@ -25,177 +25,140 @@ const int kRound = 5000; // generous: a polling round plus pcscd's own card dete
 class TestWindowBench : public QObject
 {
     Q_OBJECT
-private slots:
-    void initTestCase();
-    void cleanup();
-
-    void noReaderIsAServiceError();
-    void readerKeyAndRemoval();
-    void keyInVirtualReaderCounts();
-    void serviceStopsAndRecovers();
-    void trayCertificatesWhileHidden_data();
-    void trayCertificatesWhileHidden();
-
-private:
-    int serviceBoxes() const;
-    void openWindow();
-    bool startBench(const QStringList& options = {});
-    // Waits until the presence worker has finished `n` more polling rounds.
-    bool waitRounds(int n = 3);
 
     TestHome home;
     std::unique_ptr<Bench> bench;
     std::unique_ptr<DashboardWindow> window;
-};
 
-void TestWindowBench::initTestCase()
-{
-    Q_INIT_RESOURCE(dashboard);
-    home.apply();
-}
-
-void TestWindowBench::cleanup()
-{
-    window.reset();
-    bench.reset();
-    ModalSeam::reset();
-}
-
-int TestWindowBench::serviceBoxes() const
-{
-    int n = 0;
-    for (const QString& box : ModalSeam::seen())
-        if (box.contains("SmartCard Service error"))
-            ++n;
-    return n;
-}
-
-void TestWindowBench::openWindow()
-{
-    window = std::make_unique<DashboardWindow>();
-    window->show();
-}
-
-bool TestWindowBench::startBench(const QStringList& options)
-{
-    bench = std::make_unique<Bench>();
-    if (!bench->start(options))
-        qWarning().noquote() << "bench:" << bench->errorText();
-    return bench->isRunning();
-}
-
-bool TestWindowBench::waitRounds(int n)
-{
-    // Every round ends in exactly one of these.
-    DashboardTokenInfo* worker = window->tokenInfo();
-    QSignalSpy key(worker, &DashboardTokenInfo::tokenFound), readers(worker, &DashboardTokenInfo::readersFound),
-        none(worker, &DashboardTokenInfo::noTokenFound);
-    return QTest::qWaitFor([&] { return key.count() + readers.count() + none.count() >= n; }, n * kRound);
-}
-
-void TestWindowBench::noReaderIsAServiceError()
-{
-    QVERIFY(startBench({"--no-readers"}));
-    ModalSeam::answer(QMessageBox::Cancel);
-    openWindow();
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
-    QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: SmartCard service error"));
-    // Later rounds fail the same way without another box.
-    QVERIFY(waitRounds());
-    QCOMPARE(serviceBoxes(), 1);
-    QVERIFY(window->scardError);
-}
-
-void TestWindowBench::readerKeyAndRemoval()
-{
-    QVERIFY(startBench());
-    openWindow();
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
-    QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Reader %1 found").arg(bench->readerName(0)));
-
-    QSignalSpy noToken(window.get(), &DashboardWindow::noToken);
-    window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
-    QVERIFY2(bench->insert(0, {"--status", "4"}), qPrintable(bench->errorText()));
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kKey, kRound);
-    QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Key available"));
-    QVERIFY(window->form()->import_cert_icon->text().contains("import_cert.png"));
-
-    QVERIFY2(bench->remove(0), qPrintable(bench->errorText()));
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
-    QCOMPARE(window->form()->stackedWidget->currentIndex(), 0);
-    QVERIFY(window->form()->import_cert_icon->text().contains("import_cert-gray.png"));
-    // The rounds after the removal change nothing more.
-    QVERIFY(waitRounds());
-    QCOMPARE(noToken.count(), 1);
-    QCOMPARE(serviceBoxes(), 0);
-}
-
-void TestWindowBench::keyInVirtualReaderCounts()
-{
-    QVERIFY(startBench());
-    const int virtualReader = bench->readerNames().indexOf(QRegularExpression("^Zorvik Virtual Card Reader.*"));
-    QVERIFY(virtualReader >= 0);
-    QVERIFY2(bench->insert(virtualReader), qPrintable(bench->errorText()));
-    openWindow();
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kKey, kRound);
-    QVERIFY(window->tokenPresent);
-}
-
-void TestWindowBench::serviceStopsAndRecovers()
-{
-    QVERIFY(startBench());
-    openWindow();
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
-
-    // Cancel keeps the program running in the error state.
-    ModalSeam::answer(QMessageBox::Cancel);
-    QVERIFY2(bench->stopPcscd(), qPrintable(bench->errorText()));
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
-    QVERIFY(waitRounds());
-    QCOMPARE(serviceBoxes(), 1);
-    QVERIFY(home.readLog().contains("SmartCard Interface Error"));
-
-    QVERIFY2(bench->startPcscd(), qPrintable(bench->errorText()));
-    QTRY_VERIFY_WITH_TIMEOUT(!window->scardError, kRound);
-    QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
-    QVERIFY(home.readLog().contains("SmartCard Interface Recovered from Error"));
-    QCOMPARE(serviceBoxes(), 1);
-}
-
-// The tray menu's "Certificates" while the window is in the tray lists what is on the key
-// now, whether the program started in the tray or the window was closed to it.
-void TestWindowBench::trayCertificatesWhileHidden_data()
-{
-    QTest::addColumn<bool>("shownBefore");
-    QTest::newRow("started in the tray") << false;
-    QTest::newRow("closed to the tray on the Certificates tab") << true;
-}
-
-void TestWindowBench::trayCertificatesWhileHidden()
-{
-    QFETCH(bool, shownBefore);
-    SoftHsmToken token;
-    QVERIFY2(token.isValid(), qPrintable(token.errorText()));
-    token.apply(false);
-    QVERIFY(startBench());
-    QVERIFY2(bench->insert(0), qPrintable(bench->errorText()));
-    window = std::make_unique<DashboardWindow>();
-    QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, kRound);
-    if (shownBefore) {
-        window->show();
-        window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
-        QTRY_VERIFY_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex() != 1, 30000);
-        window->close();
+    static int serviceBoxes() { return ModalSeam::seen().filter("SmartCard Service error").size(); }
+    // Starts the bench (with a key in reader 0 if asked) and a window, shown unless in the tray.
+    bool startWindow(const QStringList& options = {}, bool shown = true, bool key = false)
+    {
+        bench = std::make_unique<Bench>();
+        if (!bench->start(options) || (key && !bench->insert(0))) {
+            qWarning().noquote() << "bench:" << bench->errorText();
+            return false;
+        }
+        window = std::make_unique<DashboardWindow>();
+        if (shown)
+            window->show();
+        return true;
     }
-    // Put on the key while the window is away: only a fresh listing shows it.
-    QVERIFY(!token.load(TestCredential::make("Tray Listing")).isEmpty());
+    // Waits until the presence worker has finished `n` more polling rounds: every round ends
+    // in exactly one of these.
+    bool waitRounds(int n = 3)
+    {
+        DashboardTokenInfo* worker = window->tokenInfo();
+        QSignalSpy key(worker, &DashboardTokenInfo::tokenFound), readers(worker, &DashboardTokenInfo::readersFound),
+            none(worker, &DashboardTokenInfo::noTokenFound);
+        return QTest::qWaitFor([&] { return key.count() + readers.count() + none.count() >= n; }, n * kRound);
+    }
 
-    window->form()->actionOpenCertificates->trigger();
-    QVERIFY(window->isVisible());
-    QCOMPARE(window->form()->tabs->currentIndex(), int(DashboardWindow::CertificatesTab));
-    QTRY_COMPARE_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex(), 2, 30000);
-    QVERIFY(window->findChild<QLabel*>("certNameLabel0")->text().contains("Tray Listing"));
-}
+private slots:
+    void initTestCase()
+    {
+        Q_INIT_RESOURCE(dashboard);
+        home.apply();
+    }
+
+    void cleanup()
+    {
+        window.reset();
+        bench.reset();
+        ModalSeam::reset();
+    }
+
+    void noReaderIsAServiceError()
+    {
+        ModalSeam::answer(QMessageBox::Cancel);
+        QVERIFY(startWindow({"--no-readers"}));
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
+        QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: SmartCard service error"));
+        // Later rounds fail the same way without another box.
+        QVERIFY(waitRounds());
+        QCOMPARE(serviceBoxes(), 1);
+        QVERIFY(window->scardError);
+    }
+
+    void readerKeyAndRemoval()
+    {
+        QVERIFY(startWindow());
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+        QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Reader %1 found").arg(bench->readerName(0)));
+
+        QSignalSpy noToken(window.get(), &DashboardWindow::noToken);
+        window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
+        QVERIFY2(bench->insert(0, {"--status", "4"}), qPrintable(bench->errorText()));
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kKey, kRound);
+        QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: Key available"));
+        QVERIFY(window->form()->import_cert_icon->text().contains("import_cert.png"));
+
+        QVERIFY2(bench->remove(0), qPrintable(bench->errorText()));
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+        QCOMPARE(window->form()->stackedWidget->currentIndex(), 0);
+        QVERIFY(window->form()->import_cert_icon->text().contains("import_cert-gray.png"));
+        // The rounds after the removal change nothing more.
+        QVERIFY(waitRounds());
+        QCOMPARE(noToken.count(), 1);
+        QCOMPARE(serviceBoxes(), 0);
+
+        // A key in the phone's virtual reader counts as a key too.
+        const int virtualReader = bench->readerNames().indexOf(QRegularExpression("^Zorvik Virtual Card Reader.*"));
+        QVERIFY2(virtualReader >= 0 && bench->insert(virtualReader), qPrintable(bench->errorText()));
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kKey, kRound);
+        QVERIFY(window->tokenPresent);
+    }
+
+    void serviceStopsAndRecovers()
+    {
+        QVERIFY(startWindow());
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+        // Cancel keeps the program running in the error state.
+        ModalSeam::answer(QMessageBox::Cancel);
+        QVERIFY2(bench->stopPcscd(), qPrintable(bench->errorText()));
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kError, kRound);
+        QVERIFY(waitRounds());
+        QCOMPARE(serviceBoxes(), 1);
+        QVERIFY(home.readLog().contains("SmartCard Interface Error"));
+
+        QVERIFY2(bench->startPcscd(), qPrintable(bench->errorText()));
+        QTRY_VERIFY_WITH_TIMEOUT(!window->scardError, kRound);
+        QTRY_COMPARE_WITH_TIMEOUT(window->trayIconName(), kReader, kRound);
+        QVERIFY(home.readLog().contains("SmartCard Interface Recovered from Error"));
+        QCOMPARE(serviceBoxes(), 1);
+    }
+
+    // The tray menu's "Certificates" while the window is in the tray lists what is on the key
+    // now, whether the program started in the tray or the window was closed to it.
+    void trayCertificatesWhileHidden_data()
+    {
+        QTest::addColumn<bool>("shownBefore");
+        QTest::newRow("started in the tray") << false;
+        QTest::newRow("closed to the tray on the Certificates tab") << true;
+    }
+    void trayCertificatesWhileHidden()
+    {
+        QFETCH(bool, shownBefore);
+        SoftHsmToken token;
+        QVERIFY2(token.isValid(), qPrintable(token.errorText()));
+        token.apply(false);
+        QVERIFY(startWindow({}, false, true));
+        QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, kRound);
+        if (shownBefore) {
+            window->show();
+            window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
+            QTRY_VERIFY_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex() != 1, 30000);
+            window->close();
+        }
+        // Put on the key while the window is away: only a fresh listing shows it.
+        QVERIFY(!token.load(TestCredential::make("Tray Listing")).isEmpty());
+        window->form()->actionOpenCertificates->trigger();
+        QVERIFY(window->isVisible());
+        QCOMPARE(window->form()->tabs->currentIndex(), int(DashboardWindow::CertificatesTab));
+        QTRY_COMPARE_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex(), 2, 30000);
+        QVERIFY(window->findChild<QLabel*>("certNameLabel0")->text().contains("Tray Listing"));
+    }
+};
 
 QTEST_MAIN(TestWindowBench)
 #include "test_window_bench.moc"

@@ -8,10 +8,6 @@
 #include <QString>
 #include <QStringList>
 
-#ifndef SHELL_HELPER_EXE
-#define SHELL_HELPER_EXE ""
-#endif
-
 namespace shell {
 
 // The log lines of `text` without their time stamp: "<LEVEL> <component>: <text>".
@@ -25,7 +21,8 @@ inline QStringList strippedLines(const QString& text)
     return out;
 }
 
-struct RunResult {
+struct RunResult
+{
     bool finished = false;
     QProcess::ExitStatus status = QProcess::NormalExit;
     int code = -1;
@@ -34,8 +31,7 @@ struct RunResult {
 };
 
 // Runs a program to its end (or `ms`), collecting its output.
-inline RunResult run(const QString& program, const QStringList& args, const QProcessEnvironment& env,
-                     int ms = 60000)
+inline RunResult run(const QString& program, const QStringList& args, const QProcessEnvironment& env, int ms = 60000)
 {
     QProcess p;
     p.setProcessEnvironment(env);
@@ -54,16 +50,3 @@ inline RunResult run(const QString& program, const QStringList& args, const QPro
 }
 
 } // namespace shell
-
-// main() of a test whose process logs into a private home (`gHome`), set up before the
-// first line is logged: the logger fixes its paths then.
-#define SHELL_TEST_MAIN(TestClass)                                                                                     \
-    int main(int argc, char** argv)                                                                                    \
-    {                                                                                                                  \
-        TestHome home;                                                                                                 \
-        home.apply();                                                                                                  \
-        gHome = &home;                                                                                                 \
-        QCoreApplication app(argc, argv);                                                                              \
-        TestClass test;                                                                                                \
-        return QTest::qExec(&test, argc, argv);                                                                        \
-    }

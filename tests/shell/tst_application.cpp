@@ -17,6 +17,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -27,15 +28,6 @@ TestHome* gHome = nullptr;
 // The application's own command line; the test runner's arguments are not part of it.
 const char* const kAppArgs[] = {"--tray", "plain", "--restart", "--Tray"};
 
-// Asks for a slot from another thread, the way the workers do.
-void invokeFromWorker(QObject* target, std::function<void()> call)
-{
-    QThread* worker = QThread::create([target, call] { QMetaObject::invokeMethod(target, call, Qt::QueuedConnection); });
-    worker->start();
-    worker->wait();
-    delete worker;
-}
-
 } // namespace
 
 class TestApplication : public QObject
@@ -44,203 +36,169 @@ class TestApplication : public QObject
 public:
     explicit TestApplication(DashboardGUI& app) : app(app) {}
 
-private slots:
-    void cleanup();
-
-    // The command line.
-    void argumentsAreKeptAndLogged();
-    void hasArgIsExact_data();
-    void hasArgIsExact();
-
-    // The command channel, owned by this process.
-    void becomesOwnerOnce();
-    void commandsAreReadAndCut();
-
-    // The main window, started in the tray.
-    void raiseShowsTheHiddenWindowOnce();
-
-    // Dialogs asked for by worker threads.
-    void showMessageFromWorker();
-    void dialogAnswers_data();
-    void dialogAnswers();
-
-    // The fatal path.
-    void criticalMessageEndsTheProcess();
-
 private:
     DashboardGUI& app;
-};
 
-void TestApplication::cleanup()
-{
-    ModalSeam::reset();
-}
+private slots:
+    void cleanup() { ModalSeam::reset(); }
 
-void TestApplication::argumentsAreKeptAndLogged()
-{
-    QCOMPARE(app.args(), QStringList({"--tray", "plain", "--restart", "--Tray"}));
-    QString missing;
-    QStringList expected = {"DEBUG dashboard: argc = 5"};
-    for (int i = 0; i < 4; ++i)
-        expected << QString("DEBUG dashboard: i = %1").arg(i + 1) << QString("DEBUG dashboard: argv = %1").arg(kAppArgs[i]);
-    expected << "DEBUG dashboard: DashboardGUI: ok";
-    const QStringList lines = shell::strippedLines(gHome->readLog());
-    int at = lines.indexOf(expected.first());
-    QVERIFY(at >= 0);
-    QCOMPARE(lines.mid(at, expected.size()), expected);
-    QCOMPARE(systemConfiguration(), QString("Mac OS (unknown version)"));
-}
-
-void TestApplication::hasArgIsExact_data()
-{
-    QTest::addColumn<QString>("arg");
-    QTest::addColumn<bool>("present");
-    QTest::newRow("first") << "--tray" << true;
-    QTest::newRow("later") << "--restart" << true;
-    QTest::newRow("other case") << "--TRAY" << false;
-    QTest::newRow("prefix") << "--tra" << false;
-    QTest::newRow("program name") << QString(QCoreApplication::arguments().value(0)) << false;
-}
-
-void TestApplication::hasArgIsExact()
-{
-    QFETCH(QString, arg);
-    QFETCH(bool, present);
-    QCOMPARE(app.hasArg(arg), present);
-}
-
-void TestApplication::becomesOwnerOnce()
-{
-    QCOMPARE(app.memoryName(), QString("zorvikdashboard"));
-    QVERIFY(!app.isAppRunning());
-    QVERIFY(gHome->readLog().contains("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found\n"));
-    const auto pollers = [this] {
-        int n = 0;
-        for (QTimer* t : app.findChildren<QTimer*>())
-            if (t->interval() == 100 && t->isActive())
-                ++n;
-        return n;
-    };
-    QCOMPARE(pollers(), 1);
-
-    // Asked again, the owner says so and keeps its one timer.
-    QVERIFY(!app.isAppRunning());
-    QCOMPARE(countLines(gHome->readLog(), "ERROR:read_timer already exisit"), 1);
-    QCOMPARE(pollers(), 1);
-}
-
-void TestApplication::commandsAreReadAndCut()
-{
-    // Before the window exists nothing is connected to raiseApp but the spy.
-    QSignalSpy raised(&app, &SingleApplication::raiseApp);
-    app.sendCommand("raise");
-    QVERIFY(raised.wait(5000));
-    QVERIFY(gHome->waitForLog("DEBUG dashboard: Rise command\n"));
-
-    // A command longer than the segment arrives cut to its 20 bytes and is ignored.
-    app.sendCommand("raise-and-then-some-more-text");
-    QVERIFY(gHome->waitForLog("DEBUG dashboard: SingleApplication command 'raise-and-then-some-' \n"));
-    QCOMPARE(raised.count(), 1);
-    QCOMPARE(countLines(gHome->readLog(), "Rise command"), 1);
-}
-
-void TestApplication::raiseShowsTheHiddenWindowOnce()
-{
-    QVERIFY(!app.window());
-    ModalSeam::answer(QMessageBox::Cancel); // the service-error box of the first polling round
-    app.initMainWindow();
-    DashboardWindow* w = app.window();
-    QVERIFY(w && !w->isVisible() && w->restartRequested);
-    // No polling from here on: the dialogs below are the only ones.
-    QTRY_VERIFY(w->scardError);
-    w->tokenInfo()->exit();
-    w->tokenInfo()->wait();
-    w->SCardInterfaceNoError();
-    QVERIFY(!app.quitOnLastWindowClosed());
-    const int raised = countLines(gHome->readLog(), "Dashboard window raised");
-    emit app.raiseApp();
-    QTRY_VERIFY(w->isVisible());
-    // Already shown: asked again, it only logs.
-    emit app.raiseApp();
-    const QString log = gHome->readLog();
-    QCOMPARE(countLines(log, "Dashboard window raised"), raised + 2);
-    QCOMPARE(countLines(log, "Raising Dashboard"), 1);
-}
-
-void TestApplication::showMessageFromWorker()
-{
-    QThread* dialogThread = nullptr;
-    QWidget* parent = nullptr;
-    ModalSeam::setObserver([&](QDialog* d) {
-        dialogThread = QThread::currentThread();
-        parent = d->parentWidget();
-    });
-    ModalSeam::answer(QMessageBox::Ok);
-    QSignalSpy closed(&app, &DashboardGUI::messageClosed);
-    invokeFromWorker(&app, [this] { app.showMessage("Title from worker", "Text from worker"); });
-    QVERIFY(closed.wait(10000));
-    QCOMPARE(closed.count(), 1);
-    QCOMPARE(ModalSeam::seen(), QStringList({"Title from worker|Text from worker"}));
-    QCOMPARE(dialogThread, app.thread());
-    QCOMPARE(parent, static_cast<QWidget*>(app.window()));
-}
-
-void TestApplication::dialogAnswers_data()
-{
-    QTest::addColumn<bool>("vpn");
-    QTest::addColumn<int>("answer");
-    QTest::newRow("info accepted") << false << int(QDialog::Accepted);
-    QTest::newRow("info rejected") << false << int(QDialog::Rejected);
-    QTest::newRow("openvpn accepted") << true << int(QDialog::Accepted);
-    QTest::newRow("openvpn cancelled") << true << int(QDialog::Rejected);
-}
-
-void TestApplication::dialogAnswers()
-{
-    QFETCH(bool, vpn);
-    QFETCH(int, answer);
-    ModalSeam::answer(answer);
-    QSignalSpy closed(&app, vpn ? SIGNAL(openVPNDialogClosed(bool, QString, QString, QString, QString, QString))
-                                : SIGNAL(infoClosed(int)));
-    invokeFromWorker(&app, [this, vpn] {
-        if (vpn)
-            app.runOpenVPNDialog("/tmp/openvpn", "office", "1194", {{"serial-1", "Alice VPN"}});
-        else
-            app.showInfo("Info title", "Some <b>text</b>", "A label", false);
-    });
-    QVERIFY(closed.wait(10000));
-    QCOMPARE(closed.count(), 1);
-    QCOMPARE(ModalSeam::seen().size(), 1);
-    const QList<QVariant> args = closed.at(0);
-    if (!vpn) {
-        QCOMPARE(args.at(0).toInt(), answer);
-        return;
+    // The application's own command line, the program name not part of it.
+    void hasArgIsExact_data()
+    {
+        QTest::addColumn<QString>("arg");
+        QTest::addColumn<bool>("present");
+        QTest::newRow("first") << "--tray" << true;
+        QTest::newRow("last") << "--Tray" << true;
+        QTest::newRow("other case") << "--TRAY" << false;
+        QTest::newRow("prefix") << "--tra" << false;
+        QTest::newRow("program name") << QCoreApplication::arguments().value(0) << false;
     }
-    // The values come back also when the dialog was cancelled.
-    QCOMPARE(args.at(0).toBool(), answer == QDialog::Accepted);
-    QCOMPARE(args.at(1).toString() + ":" + args.at(3).toString(), QString("office:1194"));
-}
+    void hasArgIsExact()
+    {
+        QFETCH(QString, arg);
+        QFETCH(bool, present);
+        QCOMPARE(app.hasArg(arg), present);
+    }
 
-void TestApplication::criticalMessageEndsTheProcess()
-{
-    TestHome child;
-    QProcessEnvironment env = child.environment();
-    env.insert("ZORVIK_SUPPORT_URL", "http://127.0.0.1:9"); // the error report goes nowhere
-    const shell::RunResult r = shell::run(QCoreApplication::applicationFilePath(), {"--critical-child"}, env);
-    QVERIFY(r.finished);
-    QCOMPARE(r.status, QProcess::NormalExit);
-    QCOMPARE(r.code, 1);
-    // The observer in the child wrote the box it was about to show.
-    const QString box = "Zorvik Dashboard Error|The application encountered a critical problem and will be closed "
-                        "immediately.\nPlease contact Zorvik support if the problem remains.\n";
-    QVERIFY2(QString::fromUtf8(r.err).contains(box), r.err.constData());
-    const QStringList lines = shell::strippedLines(child.readLog());
-    QVERIFY(lines.contains("CRIT dashboard: the disk is gone"));
-    // No orderly shutdown: the application object is never destroyed.
-    QVERIFY(lines.contains("DEBUG dashboard: DashboardGUI: ok"));
-    QVERIFY(!child.readLog().contains("application finished"));
-    QVERIFY(!child.readLog().contains("not reached"));
-}
+    void becomesOwnerOnce()
+    {
+        QCOMPARE(app.memoryName(), QString("zorvikdashboard"));
+        QVERIFY(!app.isAppRunning());
+        QVERIFY(gHome->readLog().contains("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found\n"));
+        const auto pollers = [this] {
+            const auto timers = app.findChildren<QTimer*>();
+            return std::count_if(timers.begin(), timers.end(),
+                                 [](QTimer* t) { return t->interval() == 100 && t->isActive(); });
+        };
+        QCOMPARE(pollers(), 1);
+        // Asked again, the owner says so and keeps its one timer.
+        QVERIFY(!app.isAppRunning());
+        QCOMPARE(countLines(gHome->readLog(), "ERROR:read_timer already exisit"), 1);
+        QCOMPARE(pollers(), 1);
+    }
+
+    void commandsAreReadAndCut()
+    {
+        // Before the window exists nothing is connected to raiseApp but the spy.
+        QSignalSpy raised(&app, &SingleApplication::raiseApp);
+        app.sendCommand("raise");
+        QVERIFY(raised.wait(5000));
+        QVERIFY(gHome->waitForLog("DEBUG dashboard: Rise command\n"));
+        // A command longer than the segment arrives cut to its 20 bytes and is ignored.
+        app.sendCommand("raise-and-then-some-more-text");
+        QVERIFY(gHome->waitForLog("DEBUG dashboard: SingleApplication command 'raise-and-then-some-' \n"));
+        // Only the whole word counts.
+        app.sendCommand("exited");
+        QVERIFY(gHome->waitForLog("DEBUG dashboard: SingleApplication command 'exited' \n"));
+        QCOMPARE(raised.count(), 1);
+        QCOMPARE(countLines(gHome->readLog(), "Rise command"), 1);
+        QVERIFY(!gHome->readLog().contains("Close command"));
+    }
+
+    // The main window, started in the tray ("--tray") and asked to restart ("--restart").
+    void raiseShowsTheHiddenWindowOnce()
+    {
+        ModalSeam::answer(QMessageBox::Cancel); // the service-error box of the first polling round
+        app.initMainWindow();
+        DashboardWindow* w = app.window();
+        QVERIFY(w && !w->isVisible() && w->restartRequested);
+        // No polling from here on: the dialogs below are the only ones.
+        QTRY_VERIFY(w->scardError);
+        w->tokenInfo()->exit();
+        w->tokenInfo()->wait();
+        w->SCardInterfaceNoError();
+        QVERIFY(!app.quitOnLastWindowClosed());
+        const int raised = countLines(gHome->readLog(), "Dashboard window raised");
+        emit app.raiseApp();
+        QTRY_VERIFY(w->isVisible());
+        // Already shown: asked again, it only logs.
+        emit app.raiseApp();
+        QCOMPARE(countLines(gHome->readLog(), "Dashboard window raised"), raised + 2);
+        QCOMPARE(countLines(gHome->readLog(), "Raising Dashboard"), 1);
+    }
+
+    // Dialogs asked for by worker threads: shown by the application's thread over its window,
+    // their answer signalled back once.
+    void dialogsFromWorkers_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<int>("answer");
+        QTest::newRow("message") << "message" << int(QMessageBox::Ok);
+        QTest::newRow("info accepted") << "info" << int(QDialog::Accepted);
+        QTest::newRow("info rejected") << "info" << int(QDialog::Rejected);
+        QTest::newRow("openvpn accepted") << "vpn" << int(QDialog::Accepted);
+        QTest::newRow("openvpn cancelled") << "vpn" << int(QDialog::Rejected);
+    }
+    void dialogsFromWorkers()
+    {
+        QFETCH(QString, kind);
+        QFETCH(int, answer);
+        QThread* dialogThread = nullptr;
+        QWidget* parent = nullptr;
+        ModalSeam::setObserver([&](QDialog* d) {
+            dialogThread = QThread::currentThread();
+            parent = d->parentWidget();
+        });
+        ModalSeam::answer(answer);
+        QSignalSpy closed(&app, kind == "vpn"
+                                    ? SIGNAL(openVPNDialogClosed(bool, QString, QString, QString, QString, QString))
+                                : kind == "info" ? SIGNAL(infoClosed(int))
+                                                 : SIGNAL(messageClosed()));
+        QThread* worker = QThread::create([this, kind] {
+            QMetaObject::invokeMethod(
+                &app,
+                [this, kind] {
+                    if (kind == "vpn")
+                        app.runOpenVPNDialog("/tmp/openvpn", "office", "1194", {{"serial-1", "Alice VPN"}});
+                    else if (kind == "info")
+                        app.showInfo("Info title", "Some <b>text</b>", "A label", false);
+                    else
+                        app.showMessage("Title from worker", "Text from worker");
+                },
+                Qt::QueuedConnection);
+        });
+        worker->start();
+        worker->wait();
+        delete worker;
+        QVERIFY(closed.wait(10000));
+        QCOMPARE(closed.count(), 1);
+        QCOMPARE(ModalSeam::seen().size(), 1);
+        QCOMPARE(dialogThread, app.thread());
+        const QList<QVariant> args = closed.at(0);
+        if (kind == "message") {
+            QCOMPARE(ModalSeam::seen(), QStringList({"Title from worker|Text from worker"}));
+            QCOMPARE(parent, static_cast<QWidget*>(app.window()));
+        } else if (kind == "info") {
+            QCOMPARE(args.at(0).toInt(), answer);
+        } else {
+            // The values come back also when the dialog was cancelled.
+            QCOMPARE(args.at(0).toBool(), answer == QDialog::Accepted);
+            QCOMPARE(args.at(1).toString() + ":" + args.at(3).toString(), QString("office:1194"));
+        }
+    }
+
+    // The fatal path, in a child process.
+    void criticalMessageEndsTheProcess()
+    {
+        TestHome child;
+        QProcessEnvironment env = child.environment();
+        env.insert("ZORVIK_SUPPORT_URL", "http://127.0.0.1:9"); // the error report goes nowhere
+        const shell::RunResult r = shell::run(QCoreApplication::applicationFilePath(), {"--critical-child"}, env);
+        QVERIFY(r.finished);
+        QCOMPARE(r.status, QProcess::NormalExit);
+        QCOMPARE(r.code, 1);
+        // The observer in the child wrote the box it was about to show.
+        const QString box = "Zorvik Dashboard Error|The application encountered a critical problem and will be closed "
+                            "immediately.\nPlease contact Zorvik support if the problem remains.\n";
+        QVERIFY2(QString::fromUtf8(r.err).contains(box), r.err.constData());
+        const QStringList lines = shell::strippedLines(child.readLog());
+        QVERIFY(lines.contains("CRIT dashboard: the disk is gone"));
+        // No orderly shutdown: the application object is never destroyed.
+        QVERIFY(lines.contains("DEBUG dashboard: DashboardGUI: ok"));
+        QVERIFY(!child.readLog().contains("application finished"));
+        QVERIFY(!child.readLog().contains("not reached"));
+    }
+};
 
 namespace {
 

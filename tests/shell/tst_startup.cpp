@@ -3,21 +3,18 @@
 //
 // Every test has its own temporary directory, which gives it its own single-instance
 // channel; each process gets its own log directory so its lines can be told apart.
-#include "shared_segment.h"
 #include "shell_common.h"
 #include "test_support.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QSharedMemory>
+#include <QTest>
 
 #include <sys/stat.h>
 #include <unistd.h>
-#include <QTest>
 
 #include <csignal>
-#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -28,31 +25,39 @@ const QString kStartBanner = "NOTICE dashboard: =============== ZORVIK Dashboard
 const QString kFinishBanner = "NOTICE dashboard: =============== ZORVIK Dashboard application finished ===============";
 
 // One start of the program.
-struct Dashboard {
+struct Dashboard
+{
     QString logDir;
     std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
 
     QString logText() const { return QString::fromUtf8(readFile(logDir + "/dashboard.log")); }
     QStringList lines() const { return shell::strippedLines(logText()); }
     bool has(const QString& text) const { return logText().contains(text); }
-    bool waitFor(const QString& text, int ms = kWait) const
+    bool running() const { return process->state() != QProcess::NotRunning; }
+    bool waitFor(const QString& text) const
     {
-        QElapsedTimer t;
-        t.start();
-        while (!has(text)) {
-            if (t.elapsed() > ms || process->state() == QProcess::NotRunning)
-                return has(text);
-            QTest::qWait(20);
+        return QTest::qWaitFor([&] { return has(text) || !running(); }, kWait) && has(text);
+    }
+    // Waits for the end; true when the program ended by itself with `code`.
+    bool endsWith(int code)
+    {
+        return (!running() || process->waitForFinished(kWait)) && process->exitStatus() == QProcess::NormalExit &&
+               process->exitCode() == code;
+    }
+    // True when `expected` appear in the log in this order (other lines may come between).
+    bool inOrder(const QStringList& expected) const
+    {
+        const QStringList all = lines();
+        int at = 0;
+        for (const QString& want : expected) {
+            while (at < all.size() && all[at] != want)
+                ++at;
+            if (at++ == all.size()) {
+                qWarning().noquote() << "missing or out of order:" << want;
+                return false;
+            }
         }
         return true;
-    }
-    bool running() const { return process->state() != QProcess::NotRunning; }
-    // Waits for the end; true when the program ended by itself with `code`.
-    bool endsWith(int code, int ms = kWait)
-    {
-        if (running() && !process->waitForFinished(ms))
-            return false;
-        return process->exitStatus() == QProcess::NormalExit && process->exitCode() == code;
     }
 };
 
@@ -60,31 +65,10 @@ struct Dashboard {
 QList<qint64> descendants(qint64 pid)
 {
     QList<qint64> out;
-    const QByteArray children =
-        readFile(QString("/proc/%1/task/%1/children").arg(pid)).simplified();
-    for (const QByteArray& c : children.split(' ')) {
-        if (c.isEmpty())
-            continue;
-        out << c.toLongLong();
-        out << descendants(c.toLongLong());
-    }
+    for (const QByteArray& c : readFile(QString("/proc/%1/task/%1/children").arg(pid)).simplified().split(' '))
+        if (!c.isEmpty())
+            out << c.toLongLong() << descendants(c.toLongLong());
     return out;
-}
-
-// True when `expected` appear in `lines` in this order (other lines may come between).
-bool inOrder(const QStringList& lines, const QStringList& expected, QString* missing)
-{
-    int at = 0;
-    for (const QString& want : expected) {
-        while (at < lines.size() && lines[at] != want)
-            ++at;
-        if (at == lines.size()) {
-            *missing = want;
-            return false;
-        }
-        ++at;
-    }
-    return true;
 }
 
 } // namespace
@@ -93,319 +77,227 @@ class TestStartup : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void init();
-    void cleanup();
-
-    // Start-up and end of one instance.
-    void startAndFinish();
-
-    // One instance per user; a second start hands over to it.
-    void handOver_data();
-    void handOver();
-    void exitWithNoInstance();
-    void crashedInstanceDoesNotBlock();
-    void unreadCommandIsOverwritten();
-    void channelInUsersOwnDirectory_data();
-    void channelInUsersOwnDirectory();
-
-    // On a real X server, where GTK is initialised.
-    void x11WithGtk();
-
-private:
     std::unique_ptr<TestHome> home;
     std::vector<std::unique_ptr<Dashboard>> started;
 
-    Dashboard& start(const QStringList& args, const QString& program = ZORVIK_DASHBOARD_EXE,
-                     const QProcessEnvironment& extra = QProcessEnvironment());
-    // Starts the program with "--exit" and waits for its end; true when it ended with `code`.
-    bool stopWith(int code);
-    Dashboard& startReady(const QStringList& args);
+    Dashboard& start(const QStringList& args, const QProcessEnvironment& extra = {},
+                     const QString& program = ZORVIK_DASHBOARD_EXE)
+    {
+        auto d = std::make_unique<Dashboard>();
+        d->logDir = QString("%1/logs-%2").arg(home->path()).arg(started.size());
+        QProcessEnvironment env = home->environment();
+        env.insert("ZORVIK_LOG_DIR", d->logDir);
+        env.insert(extra);
+        d->process->setProcessEnvironment(env);
+        d->process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        d->process->setStandardOutputFile(QProcess::nullDevice());
+        d->process->start(program, args);
+        d->process->waitForStarted();
+        started.push_back(std::move(d));
+        return *started.back();
+    }
+    Dashboard& startReady(const QStringList& args, const QProcessEnvironment& extra = {})
+    {
+        Dashboard& d = start(args, extra);
+        if (!d.waitFor("DashboardWindow end init"))
+            qWarning("the program did not come up");
+        return d;
+    }
     // The channel of the running instance `a` works: a second start hands over to it, then
     // "--exit" ends it.
-    bool channelWorks(Dashboard& a, const QProcessEnvironment& env = QProcessEnvironment());
-};
-
-void TestStartup::init()
-{
-    home = std::make_unique<TestHome>();
-    QVERIFY(home->isValid());
-}
-
-void TestStartup::cleanup()
-{
-    for (auto& d : started) {
-        if (d->running()) {
-            // A wrapper (xvfb-run) goes with everything it started.
-            for (qint64 pid : descendants(d->process->processId()))
-                ::kill(static_cast<pid_t>(pid), SIGKILL);
-            d->process->kill();
-            d->process->waitForFinished();
-        }
-    }
-    if (QTest::currentTestFailed()) {
-        for (auto& d : started)
-            qWarning().noquote() << "log of" << d->process->arguments() << ":\n" << d->logText();
-    }
-    started.clear();
-    home.reset();
-}
-
-Dashboard& TestStartup::start(const QStringList& args, const QString& program, const QProcessEnvironment& extra)
-{
-    auto d = std::make_unique<Dashboard>();
-    d->logDir = QString("%1/logs-%2").arg(home->path()).arg(started.size());
-    QProcessEnvironment env = home->environment();
-    env.insert("ZORVIK_LOG_DIR", d->logDir);
-    for (const QString& key : extra.keys())
-        env.insert(key, extra.value(key));
-    d->process->setProcessEnvironment(env);
-    d->process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    d->process->setStandardOutputFile(QProcess::nullDevice());
-    d->process->start(program, args);
-    d->process->waitForStarted();
-    started.push_back(std::move(d));
-    return *started.back();
-}
-
-Dashboard& TestStartup::startReady(const QStringList& args)
-{
-    Dashboard& d = start(args);
-    if (!d.waitFor("DashboardWindow end init"))
-        qWarning("the program did not come up");
-    return d;
-}
-
-bool TestStartup::stopWith(int code)
-{
-    Dashboard& stopper = start({"--exit"});
-    return stopper.endsWith(code);
-}
-
-bool TestStartup::channelWorks(Dashboard& a, const QProcessEnvironment& env)
-{
-    return start({}, ZORVIK_DASHBOARD_EXE, env).endsWith(1) && a.waitFor("Rise command") &&
-           start({"--exit"}, ZORVIK_DASHBOARD_EXE, env).endsWith(0) && a.endsWith(0);
-}
-
-void TestStartup::startAndFinish()
-{
-    // "--exit" anywhere but first is an ordinary argument.
-    Dashboard& a = startReady({"beta gamma", "--exit"});
-    QVERIFY(a.running());
-    QVERIFY(stopWith(0));
-    QVERIFY(a.endsWith(0));
-
-    const QString exe = QDir(ZORVIK_DASHBOARD_EXE).absolutePath();
-    const QStringList expected = {
-        "WARNING dashboard: " + QDir::cleanPath(exe + "/../../PlugIns"),
-        kStartBanner,
-        "DEBUG dashboard: Application version: 3.4.375",
-        "DEBUG dashboard: Operating system: Mac OS (unknown version)",
-        "WARNING dashboard: Couldn't detect any system tray on this system.",
-        "DEBUG dashboard: argc = 3",
-        "DEBUG dashboard: argv = beta gamma",
-        "DEBUG dashboard: argv = --exit",
-        "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found",
-        "DEBUG dashboard: DashboardWindow begin init",
-        "DEBUG dashboard: SingleApplication command 'exit' ",
-        "DEBUG dashboard: Close command",
-        kFinishBanner,
-    };
-    const QStringList lines = a.lines();
-    QString missing;
-    QVERIFY2(inOrder(lines, expected, &missing), qPrintable("missing or out of order: " + missing));
-    QCOMPARE(lines.last(), kFinishBanner);
-    QCOMPARE(lines.count(kStartBanner), 1);
-    // The start banner's line really ends in the blank; the finish banner's does not.
-    QVERIFY(a.logText().contains("application started =============== \n"));
-    QVERIFY(a.logText().endsWith("application finished ===============\n"));
-
-    // The stopping process is a program start of its own, but never reaches the window.
-    const Dashboard& stopper = *started.back();
-    QVERIFY(stopper.has("DEBUG dashboard: argv = --exit"));
-    QVERIFY(!stopper.has("Prepare to start Dashboard"));
-    QVERIFY(!stopper.has("DashboardWindow begin init"));
-    QCOMPARE(stopper.lines().last(), kFinishBanner);
-}
-
-void TestStartup::handOver_data()
-{
-    QTest::addColumn<QStringList>("firstArgs");
-    QTest::addColumn<QStringList>("secondArgs");
-    QTest::addColumn<bool>("hidden"); // the first instance started in the tray
-    QTest::newRow("--tray later, plain second start") << QStringList{"x", "--restart", "--tray"} << QStringList{}
-                                                      << true;
-    QTest::newRow("case matters, --exit not first") << QStringList{"--Tray"} << QStringList{"first", "--exit"}
-                                                    << false;
-}
-
-void TestStartup::handOver()
-{
-    QFETCH(QStringList, firstArgs);
-    QFETCH(QStringList, secondArgs);
-    QFETCH(bool, hidden);
-    Dashboard& a = startReady(firstArgs);
-    Dashboard& b = start(secondArgs);
-    QVERIFY(b.endsWith(1));
-    QString missing;
-    QVERIFY2(inOrder(b.lines(),
-                     {kStartBanner, "DEBUG dashboard: Check for other instances",
-                      "WARNING dashboard: ZORVIK Dashboard instance found", kFinishBanner},
-                     &missing),
-             qPrintable("second start, missing: " + missing));
-    QVERIFY(!b.has("DashboardWindow begin init"));
-
-    // The running instance is asked to come to the front: a window left in the tray is
-    // brought up, a shown one only logs that it was asked.
-    QVERIFY(a.waitFor("Dashboard window raised"));
-    QVERIFY(a.has("DEBUG dashboard: SingleApplication command 'raise' "));
-    QCOMPARE(a.has("Raising Dashboard"), hidden);
-    QCOMPARE(a.has("showWindow"), hidden);
-    QVERIFY(stopWith(0));
-    QVERIFY(a.endsWith(0));
-    QCOMPARE(a.lines().last(), kFinishBanner);
-    // The command was read once and cleared: one raise, one stop.
-    QCOMPARE(countLines(a.logText(), "Rise command"), 1);
-    QCOMPARE(countLines(a.logText(), "Close command"), 1);
-}
-
-void TestStartup::exitWithNoInstance()
-{
-    Dashboard& stopper = start({"--exit"});
-    QVERIFY(stopper.endsWith(0));
-    QString missing;
-    QVERIFY2(inOrder(stopper.lines(),
-                     {"DEBUG dashboard: Cannot send command 'exit' shared memory segment 'zorvikdashboard' not found",
-                      "DEBUG dashboard: Check for other instances",
-                      "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found", kFinishBanner},
-                     &missing),
-             qPrintable("missing: " + missing));
-    // It returned at the first check, without waiting for anything.
-    QCOMPARE(countLines(stopper.logText(), "Check for other instances"), 1);
-    QVERIFY(!stopper.has("Prepare to start Dashboard"));
-    QVERIFY(!stopper.has("DashboardWindow begin init"));
-
-    // It left no channel behind: a normal start afterwards becomes the instance.
-    Dashboard& a = startReady({});
-    QVERIFY(a.has("shared memory segment 'zorvikdashboard' not found"));
-    QVERIFY(stopWith(0));
-    QVERIFY(a.endsWith(0));
-}
-
-void TestStartup::crashedInstanceDoesNotBlock()
-{
-    Dashboard& a = startReady({});
-    a.process->kill(); // SIGKILL: the segment stays behind with nobody attached
-    QVERIFY(a.process->waitForFinished(kWait));
-    QCOMPARE(a.process->exitStatus(), QProcess::CrashExit);
-
-    Dashboard& b = startReady({});
-    QVERIFY(b.running());
-    QVERIFY(b.has("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found"));
-    QVERIFY(!b.has("instance found"));
-
-    // And the new instance owns a working channel.
-    QVERIFY(channelWorks(b));
-}
-
-void TestStartup::unreadCommandIsOverwritten()
-{
-    Dashboard& a = startReady({});
-    // Two commands written before the instance polls, as two quick starts would write them:
-    // the later overwrites the earlier from byte 0, so "exit" over "raise" reads "exite".
+    bool channelWorks(Dashboard& a, const QProcessEnvironment& env = {})
     {
-        const QByteArray oldRuntime = qgetenv("XDG_RUNTIME_DIR");
-        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(home->runtimeDir()));
-        SharedSegment segment("zorvikdashboard");
-        qputenv("XDG_RUNTIME_DIR", oldRuntime);
-        QVERIFY(segment.attach());
-        QCOMPARE(segment.size(), 20);
-        QVERIFY(segment.lock());
-        std::memcpy(segment.data(), "raise", 5);
-        std::memcpy(segment.data(), "exit", 4);
-        segment.unlock();
-        segment.detach();
+        return start({}, env).endsWith(1) && a.waitFor("Rise command") && start({"--exit"}, env).endsWith(0) &&
+               a.endsWith(0);
     }
-    QVERIFY(a.waitFor("SingleApplication command 'exite' "));
-    QVERIFY(!a.has("Close command"));
-    QVERIFY(!a.has("Rise command"));
-    QVERIFY(a.running());
 
-    // The channel is clear again: the next command is read as it is.
-    QVERIFY(channelWorks(a));
-}
-
-void TestStartup::channelInUsersOwnDirectory_data()
-{
-    QTest::addColumn<bool>("runtimeDir");
-    QTest::addColumn<bool>("foreignZorvikDir");
-    QTest::addColumn<QString>("channelDir");
-    QTest::newRow("run-time directory") << true << false << "runtime/zorvik";
-    QTest::newRow("no run-time directory") << false << false << "cache/zorvik-runtime";
-    QTest::newRow("another user's directory") << true << true << "cache/zorvik-runtime";
-}
-
-void TestStartup::channelInUsersOwnDirectory()
-{
-    QFETCH(bool, runtimeDir);
-    QFETCH(bool, foreignZorvikDir);
-    QFETCH(QString, channelDir);
-    if (foreignZorvikDir) {
-        QVERIFY(QDir(home->runtimeDir()).mkdir("zorvik"));
-        if (::chown(QFile::encodeName(home->runtimeDir() + "/zorvik").constData(), 65534, 65534) != 0)
-            QSKIP("needs root to plant another user's directory");
+private slots:
+    void init()
+    {
+        home = std::make_unique<TestHome>();
+        QVERIFY(home->isValid());
     }
-    // What another user could plant in the shared temporary directory: the segment of the
-    // old place, held by a live process. It must not count as a running instance.
-    const QByteArray oldTmp = qgetenv("TMPDIR");
-    qputenv("TMPDIR", home->environment().value("TMPDIR").toLocal8Bit());
-    QSharedMemory planted("zorvikdashboard");
-    qputenv("TMPDIR", oldTmp);
-    QVERIFY(planted.create(20));
 
-    QProcessEnvironment env;
-    env.insert("XDG_RUNTIME_DIR", runtimeDir ? home->runtimeDir() : QString());
-    env.insert("XDG_CACHE_HOME", home->path() + "/cache");
-    Dashboard& a = start({}, ZORVIK_DASHBOARD_EXE, env);
-    QVERIFY(a.waitFor("DashboardWindow end init"));
-    QVERIFY(!a.has("instance found"));
-    const QFileInfo dir(home->path() + "/" + channelDir);
-    QVERIFY(dir.isDir());
-    struct stat st = {};
-    QCOMPARE(::stat(QFile::encodeName(dir.filePath()).constData(), &st), 0);
-    QCOMPARE(st.st_mode & 0777, 0700u);
-    QVERIFY(QFileInfo::exists(dir.filePath() + "/zorvikdashboard"));
-
-    // The channel works: a second start hands over to the first, "--exit" ends it.
-    QVERIFY(channelWorks(a, env));
-}
-
-void TestStartup::x11WithGtk()
-{
-    // Under X11 the program initialises GTK when the library is installed. GTK hooks into
-    // the GLib loop that runs Qt's events, so the program must live through many rounds of
-    // its event loop afterwards: raised by a second start, then stopped.
-    QProcessEnvironment x11;
-    x11.insert("QT_QPA_PLATFORM", "xcb");
-    Dashboard& a =
-        start({"-a", "-s", "-nolisten tcp", ZORVIK_DASHBOARD_EXE, "--restart"}, "xvfb-run", x11);
-    QVERIFY2(a.waitFor("DashboardWindow end init"), qPrintable(a.logText()));
-    QVERIFY(a.has("DEBUG dashboard: QT Style: "));
-
-    qint64 program = 0;
-    for (qint64 pid : descendants(a.process->processId())) {
-        if (QFileInfo(QString("/proc/%1/exe").arg(pid)).symLinkTarget() == QFileInfo(ZORVIK_DASHBOARD_EXE).canonicalFilePath())
-            program = pid;
+    void cleanup()
+    {
+        for (auto& d : started) {
+            if (d->running()) {
+                // A wrapper (xvfb-run) goes with everything it started.
+                for (qint64 pid : descendants(d->process->processId()))
+                    ::kill(static_cast<pid_t>(pid), SIGKILL);
+                d->process->kill();
+                d->process->waitForFinished();
+            }
+        }
+        started.clear();
+        home.reset();
     }
-    QVERIFY(program > 0);
-    QVERIFY2(readFile(QString("/proc/%1/maps").arg(program)).contains("libgtk-x11-2.0"),
-             "GTK is not mapped in the running program: unloaded after gtk_init, or not installed "
-             "(scripts/install-deps installs libgtk2.0-0)");
 
-    QVERIFY(channelWorks(a));
-    QCOMPARE(a.lines().last(), kFinishBanner);
-}
+    void startAndFinish()
+    {
+        // "--exit" anywhere but first is an ordinary argument.
+        Dashboard& a = startReady({"beta gamma", "--exit"});
+        QVERIFY(a.running());
+        Dashboard& stopper = start({"--exit"});
+        QVERIFY(stopper.endsWith(0));
+        QVERIFY(a.endsWith(0));
+        QVERIFY(a.inOrder({
+            "WARNING dashboard: " + QDir::cleanPath(QDir(ZORVIK_DASHBOARD_EXE).absolutePath() + "/../../PlugIns"),
+            kStartBanner,
+            "DEBUG dashboard: Application version: 3.4.375",
+            "DEBUG dashboard: Operating system: Mac OS (unknown version)",
+            "WARNING dashboard: Couldn't detect any system tray on this system.",
+            "DEBUG dashboard: argc = 3",
+            "DEBUG dashboard: i = 1",
+            "DEBUG dashboard: argv = beta gamma",
+            "DEBUG dashboard: argv = --exit",
+            "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found",
+            "DEBUG dashboard: DashboardWindow begin init",
+            "DEBUG dashboard: SingleApplication command 'exit' ",
+            "DEBUG dashboard: Close command",
+            kFinishBanner,
+        }));
+        QCOMPARE(a.lines().last(), kFinishBanner);
+        QCOMPARE(a.lines().count(kStartBanner), 1);
+        // The start banner's line really ends in the blank; the finish banner's does not.
+        QVERIFY(a.logText().contains("application started =============== \n"));
+        QVERIFY(a.logText().endsWith("application finished ===============\n"));
+
+        // The stopping process is a program start of its own, but never reaches the window.
+        QVERIFY(stopper.has("DEBUG dashboard: argv = --exit"));
+        QVERIFY(!stopper.has("Prepare to start Dashboard"));
+        QVERIFY(!stopper.has("DashboardWindow begin init"));
+        QCOMPARE(stopper.lines().last(), kFinishBanner);
+    }
+
+    void handOver_data()
+    {
+        QTest::addColumn<QStringList>("firstArgs");
+        QTest::addColumn<QStringList>("secondArgs");
+        QTest::addColumn<bool>("hidden"); // the first instance started in the tray
+        QTest::newRow("--tray later, plain second start")
+            << QStringList{"x", "--restart", "--tray"} << QStringList{} << true;
+        QTest::newRow("case matters, --exit not first")
+            << QStringList{"--Tray"} << QStringList{"first", "--exit"} << false;
+    }
+    void handOver()
+    {
+        QFETCH(QStringList, firstArgs);
+        QFETCH(QStringList, secondArgs);
+        QFETCH(bool, hidden);
+        Dashboard& a = startReady(firstArgs);
+        Dashboard& b = start(secondArgs);
+        QVERIFY(b.endsWith(1));
+        QVERIFY(b.inOrder({kStartBanner, "DEBUG dashboard: Check for other instances",
+                           "WARNING dashboard: ZORVIK Dashboard instance found", kFinishBanner}));
+        QVERIFY(!b.has("DashboardWindow begin init"));
+
+        // The running instance is asked to come to the front: a window left in the tray is
+        // brought up, a shown one only logs that it was asked.
+        QVERIFY(a.waitFor("Dashboard window raised"));
+        QVERIFY(a.has("DEBUG dashboard: SingleApplication command 'raise' "));
+        QCOMPARE(a.has("Raising Dashboard"), hidden);
+        QCOMPARE(a.has("showWindow"), hidden);
+        QVERIFY(start({"--exit"}).endsWith(0));
+        QVERIFY(a.endsWith(0));
+        QCOMPARE(a.lines().last(), kFinishBanner);
+        // The command was read once and cleared: one raise, one stop.
+        QCOMPARE(countLines(a.logText(), "Rise command"), 1);
+        QCOMPARE(countLines(a.logText(), "Close command"), 1);
+    }
+
+    void exitWithNoInstance()
+    {
+        Dashboard& stopper = start({"--exit"});
+        QVERIFY(stopper.endsWith(0));
+        QVERIFY(stopper.inOrder(
+            {"DEBUG dashboard: Cannot send command 'exit' shared memory segment 'zorvikdashboard' not found",
+             "DEBUG dashboard: Check for other instances",
+             "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found", kFinishBanner}));
+        // It returned at the first check, without waiting for anything.
+        QCOMPARE(countLines(stopper.logText(), "Check for other instances"), 1);
+        QVERIFY(!stopper.has("Prepare to start Dashboard"));
+        QVERIFY(!stopper.has("DashboardWindow begin init"));
+    }
+
+    void crashedInstanceDoesNotBlock()
+    {
+        Dashboard& a = startReady({});
+        a.process->kill(); // SIGKILL: the segment stays behind with nobody attached
+        QVERIFY(a.process->waitForFinished(kWait));
+        QCOMPARE(a.process->exitStatus(), QProcess::CrashExit);
+
+        Dashboard& b = startReady({});
+        QVERIFY(b.running());
+        QVERIFY(b.has("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found"));
+        QVERIFY(!b.has("instance found"));
+        QVERIFY(channelWorks(b));
+    }
+
+    void channelInUsersOwnDirectory_data()
+    {
+        QTest::addColumn<bool>("runtimeDir");
+        QTest::addColumn<bool>("foreignZorvikDir");
+        QTest::addColumn<QString>("channelDir");
+        QTest::newRow("run-time directory") << true << false << "runtime/zorvik";
+        QTest::newRow("no run-time directory") << false << false << "cache/zorvik-runtime";
+        QTest::newRow("another user's directory") << true << true << "cache/zorvik-runtime";
+    }
+    void channelInUsersOwnDirectory()
+    {
+        QFETCH(bool, runtimeDir);
+        QFETCH(bool, foreignZorvikDir);
+        QFETCH(QString, channelDir);
+        if (foreignZorvikDir) {
+            QVERIFY(QDir(home->runtimeDir()).mkdir("zorvik"));
+            if (::chown(QFile::encodeName(home->runtimeDir() + "/zorvik").constData(), 65534, 65534) != 0)
+                QSKIP("needs root to plant another user's directory");
+        }
+        // What another user could plant in the shared temporary directory: the segment of the
+        // old place, held by a live process. It must not count as a running instance.
+        const QByteArray oldTmp = qgetenv("TMPDIR");
+        qputenv("TMPDIR", home->environment().value("TMPDIR").toLocal8Bit());
+        QSharedMemory planted("zorvikdashboard");
+        qputenv("TMPDIR", oldTmp);
+        QVERIFY(planted.create(20));
+
+        QProcessEnvironment env;
+        env.insert("XDG_RUNTIME_DIR", runtimeDir ? home->runtimeDir() : QString());
+        env.insert("XDG_CACHE_HOME", home->path() + "/cache");
+        Dashboard& a = startReady({}, env);
+        QVERIFY(!a.has("instance found"));
+        const QString dir = home->path() + "/" + channelDir;
+        struct stat st = {};
+        QCOMPARE(::stat(QFile::encodeName(dir).constData(), &st), 0);
+        QVERIFY(S_ISDIR(st.st_mode));
+        QCOMPARE(st.st_mode & 0777, 0700u);
+        QVERIFY(QFileInfo::exists(dir + "/zorvikdashboard"));
+        QVERIFY(channelWorks(a, env));
+    }
+
+    void x11WithGtk()
+    {
+        // Under X11 the program initialises GTK when the library is installed. GTK hooks into
+        // the GLib loop that runs Qt's events, so the program must live through many rounds of
+        // its event loop afterwards: raised by a second start, then stopped.
+        QProcessEnvironment x11;
+        x11.insert("QT_QPA_PLATFORM", "xcb");
+        Dashboard& a = start({"-a", "-s", "-nolisten tcp", ZORVIK_DASHBOARD_EXE, "--restart"}, x11, "xvfb-run");
+        QVERIFY2(a.waitFor("DashboardWindow end init"), qPrintable(a.logText()));
+        QVERIFY(a.has("DEBUG dashboard: QT Style: "));
+        qint64 program = 0;
+        for (qint64 pid : descendants(a.process->processId()))
+            if (QFileInfo(QString("/proc/%1/exe").arg(pid)).symLinkTarget() ==
+                QFileInfo(ZORVIK_DASHBOARD_EXE).canonicalFilePath())
+                program = pid;
+        QVERIFY(program > 0);
+        QVERIFY2(readFile(QString("/proc/%1/maps").arg(program)).contains("libgtk-x11-2.0"),
+                 "GTK is not mapped in the running program: unloaded after gtk_init, or not installed "
+                 "(scripts/install-deps installs libgtk2.0-0)");
+        QVERIFY(channelWorks(a));
+        QCOMPARE(a.lines().last(), kFinishBanner);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestStartup)
 #include "tst_startup.moc"
