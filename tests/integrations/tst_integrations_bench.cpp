@@ -83,14 +83,8 @@ void TestIntegrationsBench::cleanupTestCase()
 
 void TestIntegrationsBench::addConnection()
 {
-    // Without a key: the warning only.
+    // The key's certificates in the dialog, and a configuration openvpn takes.
     ModalSeam::reset();
-    ModalSeam::answer(QMessageBox::Ok);
-    window->slotApplicationActivated("configure-openvpn-cryptoki");
-    QCOMPARE(ModalSeam::seen().size(), 1);
-    QVERIFY(ModalSeam::seen().first().startsWith("Configuring OpenVPN|"));
-
-    // With the key: its certificates in the dialog, and a configuration openvpn takes.
     QVERIFY2(bench.insert(0), qPrintable(bench.errorText()));
     QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, 10000);
     int choices = -1;
@@ -111,7 +105,7 @@ void TestIntegrationsBench::addConnection()
     ModalSeam::answer(QDialog::Accepted);
     window->slotApplicationActivated("configure-openvpn-cryptoki");
     ModalSeam::setObserver(nullptr);
-    QCOMPARE(choices, 2); // the certificate stored twice is one entry // the same certificate twice is one entry
+    QCOMPARE(choices, 2); // the certificate stored twice is one entry
     QVERIFY2(config.startsWith("pkcs11-providers '" + window->componentsUpdater()->CryptokiPath() + "'\n"),
              qPrintable(config));
     QVERIFY(config.trimmed().endsWith("\ncomp-lzo\nverb 3"));
