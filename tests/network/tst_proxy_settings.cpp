@@ -106,11 +106,12 @@ private slots:
         QTest::addColumn<int>("code");
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<unsigned int>("enabledRead");
-        QTest::newRow("euro") << QVariant(QString::fromUtf8("€:1")) << QVariant(true) << 0 << QByteArray("\xDB:1") << 1u;
-        QTest::newRow("old currency sign") << QVariant(QString::fromUtf8("¤:80")) << QVariant(true) << -255
-                                           << QByteArray() << 99u;
-        QTest::newRow("emoji") << QVariant(QString::fromUtf8("\U0001F600:80")) << QVariant(true) << -255
-                               << QByteArray() << 99u;
+        QTest::newRow("euro") << QVariant(QString::fromUtf8("€:1")) << QVariant(true) << 0 << QByteArray("\xDB:1")
+                              << 1u;
+        QTest::newRow("old currency sign")
+            << QVariant(QString::fromUtf8("¤:80")) << QVariant(true) << -255 << QByteArray() << 99u;
+        QTest::newRow("emoji") << QVariant(QString::fromUtf8("\U0001F600:80")) << QVariant(true) << -255 << QByteArray()
+                               << 99u;
         QTest::newRow("enabled, no address") << QVariant() << QVariant(true) << -255 << QByteArray() << 99u;
         QTest::newRow("empty address") << QVariant("") << QVariant(true) << -255 << QByteArray() << 99u;
         QTest::newRow("address, no flag") << QVariant("q:8080") << QVariant() << 0 << QByteArray("q:8080") << 0u;
@@ -213,8 +214,7 @@ private slots:
         QTest::addColumn<int>("sysCode");
         // the stored setting is "q:8080"
         QTest::newRow("env overrides stored") << QVariant("p:3128") << true << 0 << QByteArray("p|3128") << 0 << 0;
-        QTest::newRow("env without colon ignored")
-            << QVariant("p") << true << 0 << QByteArray("q|8080") << -255 << 0;
+        QTest::newRow("env without colon ignored") << QVariant("p") << true << 0 << QByteArray("q|8080") << -255 << 0;
         QTest::newRow("env despite disabled setting")
             << QVariant("p:3128") << false << 0 << QByteArray("p|3128") << 0 << -255;
         QTest::newRow("stored but disabled") << QVariant() << false << -10 << QByteArray() << -255 << -255;

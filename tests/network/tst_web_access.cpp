@@ -98,32 +98,41 @@ private slots:
         const QJsonObject next{{"path", "/next"}, {"body", "arrived"}};
         QTest::newRow("NUL byte") << "@https/b"
                                   << QJsonArray{QJsonObject{
-                                         {"path", "/b"}, {"body_base64", QString(QByteArray("before\0after", 12).toBase64())}}}
-                                  << "before" << "" << false;
-        QTest::newRow("UTF-8") << "@https/b" << QJsonArray{QJsonObject{{"path", "/b"}, {"body", QString::fromUtf8("Grüße €")}}}
+                                         {"path", "/b"},
+                                         {"body_base64", QString(QByteArray("before\0after", 12).toBase64())}}}
+                                  << "before"
+                                  << "" << false;
+        QTest::newRow("UTF-8") << "@https/b"
+                               << QJsonArray{QJsonObject{{"path", "/b"}, {"body", QString::fromUtf8("Grüße €")}}}
                                << QString::fromUtf8("Grüße €") << "" << false;
         QTest::newRow("201 with body") << "@https/b"
                                        << QJsonArray{QJsonObject{{"path", "/b"}, {"status", 201}, {"body", "created"}}}
-                                       << "created" << "" << false;
-        QTest::newRow("relative redirect") << "@https/start" << QJsonArray{redirect("/start", "/next"), next}
-                                           << "arrived" << "" << false;
-        QTest::newRow("relative without slash") << "@https/dir/start" << QJsonArray{redirect("/dir/start", "next"), next}
-                                                << "arrived" << "" << false;
+                                       << "created"
+                                       << "" << false;
+        QTest::newRow("relative redirect")
+            << "@https/start" << QJsonArray{redirect("/start", "/next"), next} << "arrived"
+            << "" << false;
+        QTest::newRow("relative without slash")
+            << "@https/dir/start" << QJsonArray{redirect("/dir/start", "next"), next} << "arrived"
+            << "" << false;
         QTest::newRow("301 absolute") << "@https/start" << QJsonArray{redirect("/start", "@https/next", 301), next}
-                                      << "arrived" << "" << false;
+                                      << "arrived"
+                                      << "" << false;
         QTest::newRow("https to http refused")
             << "@https/start" << QJsonArray{redirect("/start", "@http/next", 301, "moved"), next} << "moved"
             << "Web: Error redirect protocol change" << false;
-        QTest::newRow("303 is not followed") << "@https/start"
-                                             << QJsonArray{redirect("/start", "/next", 303, "see other"), next}
-                                             << "see other" << "" << false;
+        QTest::newRow("303 is not followed")
+            << "@https/start" << QJsonArray{redirect("/start", "/next", 303, "see other"), next} << "see other"
+            << "" << false;
         QJsonArray chain;
         for (int i = 0; i < 20; ++i)
             chain.append(redirect(QString("/r/%1").arg(i), QString("/r/%1").arg(i + 1), 302, QString("hop %1").arg(i)));
         chain.append(QJsonObject{{"path", "/r/20"}, {"body", "end"}});
-        QTest::newRow("20 redirects") << "@https/r/0" << chain << "hop 19" << "" << false;
+        QTest::newRow("20 redirects") << "@https/r/0" << chain << "hop 19"
+                                      << "" << false;
         QTest::newRow("404") << "@https/b" << QJsonArray{QJsonObject{{"path", "/b"}, {"status", 404}, {"body", "gone"}}}
-                             << "" << QString("Web: network error: %1").arg(QNetworkReply::ContentNotFoundError) << true;
+                             << "" << QString("Web: network error: %1").arg(QNetworkReply::ContentNotFoundError)
+                             << true;
         QTest::newRow("untrusted certificate")
             << "@bad/a/get-ticket/" << QJsonArray() << ""
             << QString("Web: network error: %1").arg(QNetworkReply::SslHandshakeFailedError) << true;
@@ -206,8 +215,8 @@ private slots:
     void downloads()
     {
         QFETCH(bool, length);
-        QJsonObject script{{"path", "/pkg/pack-3.5.0.zip"}, {"body_size", 300000}, {"chunk_size", 30000},
-                           {"chunk_delay", 0.02}};
+        QJsonObject script{
+            {"path", "/pkg/pack-3.5.0.zip"}, {"body_size", 300000}, {"chunk_size", 30000}, {"chunk_delay", 0.02}};
         if (!length)
             script["length"] = "none";
         QVERIFY(sim.script(script));

@@ -30,7 +30,10 @@ class TestPresencePolling : public QObject
             for (QSignalSpy* spy : {&token, &readers, &noToken, &error, &noError})
                 spy->clear();
         }
-        QStringList lastReaders() const { return readers.isEmpty() ? QStringList() : readers.last().at(0).toStringList(); }
+        QStringList lastReaders() const
+        {
+            return readers.isEmpty() ? QStringList() : readers.last().at(0).toStringList();
+        }
         QSignalSpy token, readers, noToken, error, noError;
     };
 
@@ -73,13 +76,14 @@ private slots:
     {
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QString>("logLine");
-        QTest::newRow("no reader") << QStringList{"--no-readers"} << "Cannot list readers, status=-7fefffd2, readerNamesLen=";
+        QTest::newRow("no reader") << QStringList{"--no-readers"}
+                                   << "Cannot list readers, status=-7fefffd2, readerNamesLen=";
         // Ten slots of 106-byte names do not fit the 1024-byte listing buffer.
         QStringList names;
         for (int i = 0; i < 5; ++i)
             names << QString("Zorvik Reader With A Rather Long Name %1 ").arg(i).leftJustified(100, 'x');
-        QTest::newRow("names beyond the buffer") << QStringList{"--readers", names.join(",")}
-                                                 << "Cannot list readers, status=-7feffff8";
+        QTest::newRow("names beyond the buffer")
+            << QStringList{"--readers", names.join(",")} << "Cannot list readers, status=-7feffff8";
     }
 
     void listingFails()

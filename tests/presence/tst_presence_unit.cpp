@@ -104,7 +104,8 @@ private slots:
     {
         QTest::addColumn<QStringList>("commands");
         QTest::addColumn<QByteArray>("lastStatusWord");
-        const QString select = "00A404000" "9F05A4F5256494B5654";
+        const QString select = "00A404000"
+                               "9F05A4F5256494B5654";
         QTest::newRow("Lc longer than the data") << QStringList{select, "80200000050102"} << QByteArray("6700");
         QTest::newRow("status before SELECT") << QStringList{"8010000000"} << QByteArray("6985");
         QTest::newRow("commit without begin") << QStringList{select, "8030020000"} << QByteArray("6985");

@@ -15,14 +15,17 @@
 
 namespace {
 
-const QByteArray kVantrelAtr = QByteArray::fromHex("3B8A80015A4F5256494B20565400" "3A");
+const QByteArray kVantrelAtr = QByteArray::fromHex("3B8A80015A4F5256494B20565400"
+                                                   "3A");
 
-struct SearchDeleter {
+struct SearchDeleter
+{
     void operator()(qvtoken_search* s) const { qvtoken_destroySearch(s); }
 };
 using Search = std::unique_ptr<qvtoken_search, SearchDeleter>;
 
-struct ContextDeleter {
+struct ContextDeleter
+{
     void operator()(qvtoken_context* c) const { qvtoken_releaseContext(c); }
 };
 using Context = std::unique_ptr<qvtoken_context, ContextDeleter>;
@@ -76,10 +79,11 @@ private slots:
         QTest::addColumn<QString>("record"); // info status network version1 version2 controller
         QTest::addColumn<QByteArray>("atr");
         const int vantrelOnly = QVTOKEN_SEARCH_VANTREL_ONLY;
-        QTest::newRow("active production key") << QStringList() << vantrelOnly << "0 7 1 010203 0100 2.1" << kVantrelAtr;
+        QTest::newRow("active production key")
+            << QStringList() << vantrelOnly << "0 7 1 010203 0100 2.1" << kVantrelAtr;
         QTest::newRow("blank Vantrel, negative info word, test network")
-            << QStringList{"--status", "4", "--info", "-2", "--network", "3", "--version1", "9", "--version2", "",
-                           "--controller", "10.0-rc1"}
+            << QStringList{"--status",   "4", "--info",     "-2", "--network",    "3",
+                           "--version1", "9", "--version2", "",   "--controller", "10.0-rc1"}
             << vantrelOnly << "-2 4 3 09  10.0-rc1" << kVantrelAtr;
         QTest::newRow("status refused") << QStringList{"--fail-status", "6F00"} << vantrelOnly
                                         << QString("%1 8 0   ").arg(0x6F00) << kVantrelAtr;
@@ -134,7 +138,8 @@ private slots:
         qvtoken_token* plain = keyIn(0, {"--not-vantrel"}, QVTOKEN_SEARCH_ANY_CARD);
         QVERIFY(plain);
         uint8_t answer[32];
-        QCOMPARE(qvtoken_answerTicket(plain, reinterpret_cast<const uint8_t*>("t"), 1, answer), QVTOKEN_ERR_NOT_VANTREL);
+        QCOMPARE(qvtoken_answerTicket(plain, reinterpret_cast<const uint8_t*>("t"), 1, answer),
+                 QVTOKEN_ERR_NOT_VANTREL);
         QVERIFY(!keyIn(-1));
         QCOMPARE(qvtoken_isVantrelPresent(), 0);
 
@@ -222,7 +227,8 @@ private slots:
         QVERIFY(bench.remove(2));
         token = keyIn(2, {"--fail-ticket", "6982"});
         QVERIFY(token);
-        QCOMPARE(qvtoken_answerTicket(token, reinterpret_cast<const uint8_t*>("x"), 1, answer), QVTOKEN_ERR_KEY_REFUSED);
+        QCOMPARE(qvtoken_answerTicket(token, reinterpret_cast<const uint8_t*>("x"), 1, answer),
+                 QVTOKEN_ERR_KEY_REFUSED);
     }
 
     // The upgrade itself runs through TokenUpdate on the bench; here what the dashboard never
@@ -235,9 +241,9 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::newRow("malformed target") << QStringList() << "1.2.300.1;2.2" << int(QVTOKEN_ERR_INVALID_ARGUMENT)
                                           << "The key refused the target version 1.2.300.1;2.2";
-        QTest::newRow("key refuses the switch") << QStringList{"--fail-upgrade", "6581"} << "3.0.0;3.0"
-                                                << int(QVTOKEN_ERR_KEY_REFUSED)
-                                                << "The key could not switch to the new firmware (status 6581)";
+        QTest::newRow("key refuses the switch")
+            << QStringList{"--fail-upgrade", "6581"} << "3.0.0;3.0" << int(QVTOKEN_ERR_KEY_REFUSED)
+            << "The key could not switch to the new firmware (status 6581)";
     }
 
     void firmwareUpgradeRefusals()
@@ -250,13 +256,14 @@ private slots:
         QCOMPARE(qvtoken_setParam(ctx.get(), QVTOKEN_PARAM_TOKEN, token), QVTOKEN_OK);
         int code = 12345;
         char text[128];
-        const int rc =
-            qvtoken_userfeOperation(ctx.get(), "upgradecode", 0, target.toLatin1().constData(), &code, text, sizeof text);
+        const int rc = qvtoken_userfeOperation(ctx.get(), "upgradecode", 0, target.toLatin1().constData(), &code, text,
+                                               sizeof text);
         QTEST(rc, "code");
         QCOMPARE(code, rc);
         QTEST(QString(text), "text");
         const KeyStatusRecord rec = qvtoken_getTokenStatus(token, nullptr, nullptr);
-        QCOMPARE(bytes(rec.firstVersion, rec.firstVersionLen) + rec.controllerVersion, QByteArray("\x01\x02\x03" "2.1"));
+        QCOMPARE(bytes(rec.firstVersion, rec.firstVersionLen) + rec.controllerVersion, QByteArray("\x01\x02\x03"
+                                                                                                  "2.1"));
     }
 
     void upgradeWithoutAKey()
