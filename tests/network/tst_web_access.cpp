@@ -199,7 +199,7 @@ private slots:
     }
 
     // Local file problems: a missing directory refuses the download before any request; a
-    // directory that vanishes midway ends it with an error.
+    // directory that vanishes midway ends it with an error and no file.
     void localFileProblems()
     {
         WebAccess web;
@@ -213,7 +213,7 @@ private slots:
             {"path", "/pkg/slow.zip"}, {"body_size", 1000000}, {"chunk_size", 10000}, {"chunk_delay", 0.05}}));
         auto dir = std::make_unique<QTemporaryDir>();
         const QString path = dir->path() + "/slow.zip";
-        QVERIFY(web.download(sim.httpsUrl() + "/pkg/slow.zip", dir->path()));
+        QVERIFY(web.download("  " + sim.httpsUrl() + "/pkg/slow.zip  ", dir->path())); // trimmed
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(path).size() > 0, 20000);
         dir.reset();
         QVERIFY(errors.wait(20000));
@@ -222,6 +222,13 @@ private slots:
         QCOMPARE(completed.count(), 0);
         // A request wrongly sent for the refused download would have been logged before this one.
         QCOMPARE(sim.requests("/pkg/pack.zip").size(), 0);
+
+        // An object that goes away in the middle of a download leaves quietly.
+        QTemporaryDir other;
+        auto gone = std::make_unique<WebAccess>();
+        QVERIFY(gone->download(sim.httpsUrl() + "/pkg/slow.zip", other.path()));
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(other.path() + "/slow.zip").size() > 0, 20000);
+        gone.reset();
     }
 
     // The stored proxy in force, as the Advanced tab stores and installs it: enabled, requests
