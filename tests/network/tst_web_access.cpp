@@ -116,6 +116,9 @@ private slots:
         QTest::newRow("https to http refused")
             << "@https/start" << QJsonArray{redirect("/start", "@http/next", 301, "moved"), next} << "moved"
             << "Web: Error redirect protocol change" << false;
+        QTest::newRow("http to https refused")
+            << "@http/start" << QJsonArray{redirect("/start", "@https/next", 302, "moved"), next} << "moved"
+            << "Web: Error redirect protocol change" << false;
         QTest::newRow("303 is not followed")
             << "@https/start" << QJsonArray{redirect("/start", "/next", 303, "see other"), next} << "see other"
             << "" << false;
