@@ -25,6 +25,6 @@ inline void screenshot(QWidget* widget, const QString& name)
         return;
     QDir().mkpath(dir);
     widget->show();
-    QTest::qWaitForWindowExposed(widget);
-    widget->grab().save(dir + "/" + name + ".png");
+    if (QTest::qWaitForWindowExposed(widget))
+        widget->grab().save(dir + "/" + name + ".png");
 }

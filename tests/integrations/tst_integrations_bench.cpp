@@ -22,115 +22,106 @@
 class TestIntegrationsBench : public QObject
 {
     Q_OBJECT
-private slots:
-    void initTestCase();
-    void cleanupTestCase();
-    void addConnection();
 
-private:
     TestHome home;
     Bench bench;
     SoftHsmToken token;
     QString caFile;
     std::unique_ptr<DashboardWindow> window;
-};
 
-void TestIntegrationsBench::initTestCase()
-{
-    Q_INIT_RESOURCE(dashboard);
-    home.apply();
-    qputenv("ZORVIK_UPDATE_URL", "https://127.0.0.1:9");
-    qputenv("PATH", qgetenv("PATH") + ":/usr/sbin:/sbin");
-    QVERIFY2(bench.start(), qPrintable(bench.errorText()));
-    QVERIFY2(token.isValid(), qPrintable(token.errorText()));
+private slots:
+    void initTestCase()
+    {
+        Q_INIT_RESOURCE(dashboard);
+        home.apply();
+        qputenv("ZORVIK_UPDATE_URL", "https://127.0.0.1:9");
+        qputenv("PATH", qgetenv("PATH") + ":/usr/sbin:/sbin");
+        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
+        QVERIFY2(token.isValid(), qPrintable(token.errorText()));
 
-    // On the token: a self-signed certificate, and one issued by a CA stored twice under
-    // two identifiers (same name, e-mail and serial).
-    TestCredential::Options options;
-    options.commonName = "Alice Vpn";
-    QVERIFY(!token.load(TestCredential::make(options), "alice").isEmpty());
-    const QString d = home.path();
-    int code = -1;
-    caFile = d + "/ca.pem";
-    const QList<QStringList> steps{{"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/ca.key", "-out",
-                                    caFile, "-days", "2", "-subj", "/CN=Bench VPN CA"},
-                                   {"req", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/bob.key", "-out",
-                                    d + "/bob.csr", "-subj", "/CN=Bob Vpn/emailAddress=bob@example.test"},
-                                   {"x509", "-req", "-in", d + "/bob.csr", "-CA", caFile, "-CAkey", d + "/ca.key",
-                                    "-CAcreateserial", "-days", "2", "-out", d + "/bob.pem"}};
-    for (const QStringList& step : steps) {
-        const QString out = run("openssl", step, &code);
-        QVERIFY2(code == 0, qPrintable(out));
-    }
-    for (const char* id : {"01", "02"}) {
-        QProcess load;
-        load.setProcessEnvironment(token.environment());
-        load.start("bash", {SoftHsmToken::setupScript(), "load", token.directory(), "--cert", d + "/bob.pem", "--key",
-                            d + "/bob.key", "--label", QString("bob ") + id, "--id", id, "--pin", token.pin()});
-        QVERIFY(load.waitForFinished(60000) && load.exitCode() == 0);
-    }
-    token.apply(false);
-    window = std::make_unique<DashboardWindow>();
-    QSignalSpy pass(window->componentsUpdater(), &SP_Components::componentsUpdated);
-    QVERIFY(window->componentsUpdater()->isFinished() || pass.wait(30000));
-}
-
-void TestIntegrationsBench::cleanupTestCase()
-{
-    window.reset();
-    bench.removeAll();
-}
-
-void TestIntegrationsBench::addConnection()
-{
-    // Without a key: the warning only.
-    ModalSeam::reset();
-    ModalSeam::answer(QMessageBox::Ok);
-    window->slotApplicationActivated("configure-openvpn-cryptoki");
-    QCOMPARE(ModalSeam::seen().size(), 1);
-    QVERIFY(ModalSeam::seen().first().startsWith("Configuring OpenVPN|"));
-
-    // With the key: its certificates in the dialog, and a configuration openvpn takes.
-    QVERIFY2(bench.insert(0), qPrintable(bench.errorText()));
-    QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, 10000);
-    int choices = -1;
-    QString config;
-    ModalSeam::setObserver([&](QDialog* dialog) {
-        if (auto* vpn = qobject_cast<OpenVPNDialog*>(dialog)) {
-            choices = vpn->form()->certCombo->count();
-            vpn->form()->certCombo->setCurrentIndex(0);
-            vpn->form()->addressEdit->setText("127.0.0.1");
-            vpn->form()->caEdit->setText(caFile);
-            screenshot(vpn, "openvpn-dialog");
-        } else if (auto* info = qobject_cast<InformationDialog*>(dialog)) {
-            config = info->findChild<QTextBrowser*>("message")->toPlainText();
-            screenshot(info, "openvpn-configuration");
+        // On the token: a self-signed certificate, and one issued by a CA stored twice under
+        // two identifiers (same name, e-mail and serial).
+        TestCredential::Options options;
+        options.commonName = "Alice Vpn";
+        QVERIFY(!token.load(TestCredential::make(options), "alice").isEmpty());
+        const QString d = home.path();
+        int code = -1;
+        caFile = d + "/ca.pem";
+        const QList<QStringList> steps{{"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/ca.key",
+                                        "-out", caFile, "-days", "2", "-subj", "/CN=Bench VPN CA"},
+                                       {"req", "-newkey", "rsa:2048", "-nodes", "-keyout", d + "/bob.key", "-out",
+                                        d + "/bob.csr", "-subj", "/CN=Bob Vpn/emailAddress=bob@example.test"},
+                                       {"x509", "-req", "-in", d + "/bob.csr", "-CA", caFile, "-CAkey", d + "/ca.key",
+                                        "-CAcreateserial", "-days", "2", "-out", d + "/bob.pem"}};
+        for (const QStringList& step : steps) {
+            const QString out = run("openssl", step, &code);
+            QVERIFY2(code == 0, qPrintable(out));
         }
-    });
-    ModalSeam::answer(QDialog::Accepted);
-    ModalSeam::answer(QDialog::Accepted);
-    window->slotApplicationActivated("configure-openvpn-cryptoki");
-    ModalSeam::setObserver(nullptr);
-    QCOMPARE(choices, 2); // the certificate stored twice is one entry // the same certificate twice is one entry
-    QVERIFY2(config.startsWith("pkcs11-providers '" + window->componentsUpdater()->CryptokiPath() + "'\n"),
-             qPrintable(config));
-    QVERIFY(config.trimmed().endsWith("\ncomp-lzo\nverb 3"));
+        for (const char* id : {"01", "02"}) {
+            QProcess load;
+            load.setProcessEnvironment(token.environment());
+            load.start("bash",
+                       {SoftHsmToken::setupScript(), "load", token.directory(), "--cert", d + "/bob.pem", "--key",
+                        d + "/bob.key", "--label", QString("bob ") + id, "--id", id, "--pin", token.pin()});
+            QVERIFY(load.waitForFinished(60000) && load.exitCode() == 0);
+        }
+        token.apply(false);
+        window = std::make_unique<DashboardWindow>();
+        QSignalSpy pass(window->componentsUpdater(), &SP_Components::componentsUpdated);
+        QVERIFY(window->componentsUpdater()->isFinished() || pass.wait(30000));
+    }
 
-    // openvpn lists the chosen id, and takes the whole text up to contacting the server.
-    const QString id = config.section("pkcs11-id '", 1).section("'", 0, 0);
-    QVERIFY(run("openvpn", {"--show-pkcs11-ids", window->componentsUpdater()->CryptokiPath()}).contains(id));
-    const QString file = home.path() + "/zorvik.ovpn";
-    QVERIFY(writeFile(file, config.toUtf8()));
-    QProcess vpn;
-    vpn.setProcessChannelMode(QProcess::MergedChannels);
-    vpn.start("openvpn", {"--config", file, "--verb", "4"});
-    QString out;
-    QTRY_VERIFY_WITH_TIMEOUT((out += vpn.readAll(), out.contains("link remote") || vpn.state() == QProcess::NotRunning),
-                             30000);
-    vpn.kill();
-    vpn.waitForFinished();
-    QVERIFY2(!out.contains("Options error") && out.contains("link remote"), qPrintable(out.right(2000)));
-}
+    void cleanupTestCase()
+    {
+        window.reset();
+        bench.removeAll();
+    }
+
+    void addConnection()
+    {
+        // The key's certificates in the dialog, and a configuration openvpn takes.
+        ModalSeam::reset();
+        QVERIFY2(bench.insert(0), qPrintable(bench.errorText()));
+        QTRY_VERIFY_WITH_TIMEOUT(window->tokenPresent, 10000);
+        int choices = -1;
+        QString config;
+        ModalSeam::setObserver([&](QDialog* dialog) {
+            if (auto* vpn = qobject_cast<OpenVPNDialog*>(dialog)) {
+                choices = vpn->form()->certCombo->count();
+                vpn->form()->certCombo->setCurrentIndex(0);
+                vpn->form()->addressEdit->setText("127.0.0.1");
+                vpn->form()->caEdit->setText(caFile);
+                screenshot(vpn, "openvpn-dialog");
+            } else if (auto* info = qobject_cast<InformationDialog*>(dialog)) {
+                config = info->findChild<QTextBrowser*>("message")->toPlainText();
+                screenshot(info, "openvpn-configuration");
+            }
+        });
+        ModalSeam::answer(QDialog::Accepted);
+        ModalSeam::answer(QDialog::Accepted);
+        window->slotApplicationActivated("configure-openvpn-cryptoki");
+        ModalSeam::setObserver(nullptr);
+        QCOMPARE(choices, 2); // the certificate stored twice is one entry
+        QVERIFY2(config.startsWith("pkcs11-providers '" + window->componentsUpdater()->CryptokiPath() + "'\n"),
+                 qPrintable(config));
+        QVERIFY(config.trimmed().endsWith("\ncomp-lzo\nverb 3"));
+
+        // openvpn lists the chosen id, and takes the whole text up to contacting the server.
+        const QString id = config.section("pkcs11-id '", 1).section("'", 0, 0);
+        QVERIFY(run("openvpn", {"--show-pkcs11-ids", window->componentsUpdater()->CryptokiPath()}).contains(id));
+        const QString file = home.path() + "/zorvik.ovpn";
+        QVERIFY(writeFile(file, config.toUtf8()));
+        QProcess vpn;
+        vpn.setProcessChannelMode(QProcess::MergedChannels);
+        vpn.start("openvpn", {"--config", file, "--verb", "4"});
+        QString out;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (out += vpn.readAll(), out.contains("link remote") || vpn.state() == QProcess::NotRunning), 30000);
+        vpn.kill();
+        vpn.waitForFinished();
+        QVERIFY2(!out.contains("Options error") && out.contains("link remote"), qPrintable(out.right(2000)));
+    }
+};
 
 QTEST_MAIN(TestIntegrationsBench)
 #include "tst_integrations_bench.moc"

@@ -17,28 +17,44 @@ class TestPresencePolling : public QObject
 {
     Q_OBJECT
 
-    TestHome home;
-    Bench bench;
-
-    struct Spies {
+    struct Spies
+    {
         explicit Spies(DashboardTokenInfo* info)
-            : tokenFound(info, &DashboardTokenInfo::tokenFound), readersFound(info, &DashboardTokenInfo::readersFound),
-              noTokenFound(info, &DashboardTokenInfo::noTokenFound),
-              smartCardError(info, &DashboardTokenInfo::SmartCardError),
-              smartCardNoError(info, &DashboardTokenInfo::SmartCardNoError)
+            : token(info, &DashboardTokenInfo::tokenFound), readers(info, &DashboardTokenInfo::readersFound),
+              noToken(info, &DashboardTokenInfo::noTokenFound), error(info, &DashboardTokenInfo::SmartCardError),
+              noError(info, &DashboardTokenInfo::SmartCardNoError)
         {
         }
         void clear()
         {
-            for (QSignalSpy* spy : {&tokenFound, &readersFound, &noTokenFound, &smartCardError, &smartCardNoError})
+            for (QSignalSpy* spy : {&token, &readers, &noToken, &error, &noError})
                 spy->clear();
         }
-        QSignalSpy tokenFound, readersFound, noTokenFound, smartCardError, smartCardNoError;
+        QStringList lastReaders() const
+        {
+            return readers.isEmpty() ? QStringList() : readers.last().at(0).toStringList();
+        }
+        QSignalSpy token, readers, noToken, error, noError;
     };
 
-    static QStringList lastReaders(const QSignalSpy& spy)
+    TestHome home;
+    Bench bench;
+    std::unique_ptr<DashboardTokenInfo> info;
+    std::unique_ptr<Spies> spies;
+
+    // Starts pcscd with `options` and a DashboardTokenInfo watching it.
+    void watch(const QStringList& options = {})
     {
-        return spy.isEmpty() ? QStringList() : spy.last().at(0).toStringList();
+        QVERIFY2(bench.start(options), qPrintable(bench.errorText()));
+        info = std::make_unique<DashboardTokenInfo>();
+        spies = std::make_unique<Spies>(info.get());
+    }
+
+    // Inserts (or pulls) a key and forgets the signals of the rounds before.
+    void insert(int reader, bool in = true)
+    {
+        QVERIFY2(in ? bench.insert(reader) : bench.remove(reader), qPrintable(bench.errorText()));
+        spies->clear();
     }
 
 private slots:
@@ -48,51 +64,58 @@ private slots:
         home.apply();
     }
 
-    void cleanup() { QVERIFY2(bench.stop(), qPrintable(bench.errorText())); }
-
-    void noReaderFailsOnceAndReportsNoKeyEveryRound()
+    void cleanup()
     {
-        QVERIFY2(bench.start({"--no-readers"}), qPrintable(bench.errorText()));
-        auto info = std::make_unique<DashboardTokenInfo>();
-        Spies spies(info.get());
+        spies.reset();
+        info.reset();
+        QVERIFY2(bench.stop(), qPrintable(bench.errorText()));
+    }
 
-        QTRY_VERIFY_WITH_TIMEOUT(spies.noTokenFound.count() >= 3, 4 * kRoundsWait);
-        QCOMPARE(spies.smartCardError.count(), 1);
-        QCOMPARE(spies.smartCardNoError.count(), 0);
-        QCOMPARE(spies.tokenFound.count(), 0);
-        QCOMPARE(spies.readersFound.count(), 0);
+    // Readers that cannot be listed: the service error once, no key every round.
+    void listingFails_data()
+    {
+        QTest::addColumn<QStringList>("options");
+        QTest::addColumn<QString>("logLine");
+        QTest::newRow("no reader") << QStringList{"--no-readers"}
+                                   << "Cannot list readers, status=-7fefffd2, readerNamesLen=";
+        // Ten slots of 106-byte names do not fit the 1024-byte listing buffer.
+        QStringList names;
+        for (int i = 0; i < 5; ++i)
+            names << QString("Zorvik Reader With A Rather Long Name %1 ").arg(i).leftJustified(100, 'x');
+        QTest::newRow("names beyond the buffer")
+            << QStringList{"--readers", names.join(",")} << "Cannot list readers, status=-7feffff8";
+    }
 
+    void listingFails()
+    {
+        QFETCH(QStringList, options);
+        QFETCH(QString, logLine);
+        watch(options);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->noToken.count() >= 3, 4 * kRoundsWait);
+        QCOMPARE(spies->error.count(), 1);
+        QCOMPARE(spies->noError.count() + spies->token.count() + spies->readers.count(), 0);
         const QString log = home.readLog();
-        QVERIFY2(log.contains("Cannot list readers, status=-7fefffd2, readerNamesLen="), qPrintable(log));
+        QVERIFY2(log.contains(logLine), qPrintable(log.right(2000)));
         QVERIFY(countLines(log, "Cannot get readers info") >= 3);
     }
 
     void keyComesAndGoesInThePhysicalReader()
     {
-        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
-        auto info = std::make_unique<DashboardTokenInfo>();
-        Spies spies(info.get());
-
-        QTRY_VERIFY_WITH_TIMEOUT(spies.readersFound.count() >= 2, kRoundsWait);
+        watch();
+        QTRY_VERIFY_WITH_TIMEOUT(spies->readers.count() >= 2, kRoundsWait);
         // The virtual reader is never listed.
-        QCOMPARE(lastReaders(spies.readersFound),
-                 QStringList({"Zorvik Vantrel Reader 00 00", "Zorvik Vantrel Reader 00 01"}));
-        QCOMPARE(spies.tokenFound.count(), 0);
-        QCOMPARE(spies.noTokenFound.count(), 0);
-        QCOMPARE(spies.smartCardError.count(), 0);
+        QCOMPARE(spies->lastReaders(), QStringList({"Zorvik Vantrel Reader 00 00", "Zorvik Vantrel Reader 00 01"}));
+        QCOMPARE(spies->token.count() + spies->noToken.count() + spies->error.count(), 0);
 
-        QVERIFY2(bench.insert(1), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.tokenFound.count() >= 2, kRoundsWait);
-        QCOMPARE(spies.readersFound.count(), 0);
-        QCOMPARE(spies.noTokenFound.count(), 0);
+        insert(1);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->token.count() >= 2, kRoundsWait);
+        QCOMPARE(spies->readers.count() + spies->noToken.count(), 0);
         QVERIFY(info->tokenSeen);
 
-        QVERIFY2(bench.remove(1), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.readersFound.count() >= 2, kRoundsWait);
-        QCOMPARE(spies.tokenFound.count(), 0);
-        QCOMPARE(lastReaders(spies.readersFound).size(), 2);
+        insert(1, false);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->readers.count() >= 2, kRoundsWait);
+        QCOMPARE(spies->token.count(), 0);
+        QCOMPARE(spies->lastReaders().size(), 2);
         // tokenSeen stays, but with no removal action nothing else happens.
         QVERIFY(info->tokenSeen);
         QVERIFY(!home.readLog().contains("on_noToken"));
@@ -100,91 +123,58 @@ private slots:
 
     void keyInTheVirtualReaderOnlyStillCounts()
     {
-        QVERIFY2(bench.start({"--readers", "Zorvik Virtual Card Reader"}), qPrintable(bench.errorText()));
-        auto info = std::make_unique<DashboardTokenInfo>();
-        Spies spies(info.get());
-
+        watch({"--readers", "Zorvik Virtual Card Reader"});
         // Only the virtual reader: nothing to list, so no key means noTokenFound.
-        QTRY_VERIFY_WITH_TIMEOUT(spies.noTokenFound.count() >= 2, kRoundsWait);
-        QCOMPARE(spies.readersFound.count(), 0);
-        QCOMPARE(spies.smartCardError.count(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->noToken.count() >= 2, kRoundsWait);
+        QCOMPARE(spies->readers.count() + spies->error.count(), 0);
 
-        QVERIFY2(bench.insert(0), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.tokenFound.count() >= 2, kRoundsWait);
-        QCOMPARE(spies.readersFound.count(), 0);
-        QCOMPARE(spies.noTokenFound.count(), 0);
+        insert(0);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->token.count() >= 2, kRoundsWait);
+        QCOMPARE(spies->readers.count() + spies->noToken.count(), 0);
     }
 
     void serviceFailureAndRecoveryAreSignalledOnce()
     {
-        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
-        QVERIFY2(bench.insert(0), qPrintable(bench.errorText()));
-        auto info = std::make_unique<DashboardTokenInfo>();
-        Spies spies(info.get());
-        QTRY_VERIFY_WITH_TIMEOUT(spies.tokenFound.count() >= 1, kRoundsWait);
+        watch();
+        insert(0);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->token.count() >= 1, kRoundsWait);
 
         QVERIFY2(bench.stopPcscd(), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.noTokenFound.count() >= 3, 2 * kRoundsWait);
-        QCOMPARE(spies.smartCardError.count(), 1);
-        QCOMPARE(spies.smartCardNoError.count(), 0);
-        QCOMPARE(spies.tokenFound.count(), 0);
+        spies->clear();
+        QTRY_VERIFY_WITH_TIMEOUT(spies->noToken.count() >= 3, 2 * kRoundsWait);
+        QCOMPARE(spies->error.count(), 1);
+        QCOMPARE(spies->noError.count() + spies->token.count(), 0);
         // SCARD_E_NO_SERVICE, printed as a signed 32-bit number.
         QVERIFY2(home.readLog().contains("Cannot establish scard context, result -7fefffe3"),
                  qPrintable(home.readLog().right(2000)));
 
         // The same object sees the service come back, and the key still in its reader.
         QVERIFY2(bench.startPcscd(), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.tokenFound.count() >= 3, 2 * kRoundsWait);
-        QCOMPARE(spies.smartCardNoError.count(), 1);
-        QCOMPARE(spies.smartCardError.count(), 0);
+        spies->clear();
+        QTRY_VERIFY_WITH_TIMEOUT(spies->token.count() >= 3, 2 * kRoundsWait);
+        QCOMPARE(spies->noError.count(), 1);
+        QCOMPARE(spies->error.count(), 0);
     }
 
     void onlyTheFirstTenReadersCount()
     {
         // Two readers of two slots, the one-slot virtual reader and four more of two: eleven.
-        QVERIFY2(bench.start({"--extra", "4"}), qPrintable(bench.errorText()));
+        watch({"--extra", "4"});
         QCOMPARE(bench.readerNames().size(), 11);
-        auto info = std::make_unique<DashboardTokenInfo>();
-        Spies spies(info.get());
-
-        QTRY_VERIFY_WITH_TIMEOUT(spies.readersFound.count() >= 1, kRoundsWait);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->readers.count() >= 1, kRoundsWait);
         QStringList expected;
         for (const QString& name : bench.readerNames().mid(0, 10))
             if (!name.startsWith("Zorvik Virtual Card Reader"))
                 expected << name;
-        QCOMPARE(lastReaders(spies.readersFound), expected);
+        QCOMPARE(spies->lastReaders(), expected);
 
-        // A key in the eleventh reader is not looked at.
-        QVERIFY2(bench.insert(10), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.readersFound.count() >= 3, 2 * kRoundsWait);
-        QCOMPARE(spies.tokenFound.count(), 0);
-
-        // The tenth one is.
-        QVERIFY2(bench.insert(9), qPrintable(bench.errorText()));
-        spies.clear();
-        QTRY_VERIFY_WITH_TIMEOUT(spies.tokenFound.count() >= 2, kRoundsWait);
-        QCOMPARE(spies.readersFound.count(), 0);
-    }
-
-    void readerNamesBeyondTheBufferAreAServiceError()
-    {
-        // Ten slots of 106-byte names do not fit the 1024-byte listing buffer.
-        QStringList names;
-        for (int i = 0; i < 5; ++i)
-            names << QString("Zorvik Reader With A Rather Long Name %1 ").arg(i).leftJustified(100, 'x');
-        QVERIFY2(bench.start({"--readers", names.join(",")}), qPrintable(bench.errorText()));
-        auto info = std::make_unique<DashboardTokenInfo>();
-        Spies spies(info.get());
-
-        QTRY_VERIFY_WITH_TIMEOUT(spies.noTokenFound.count() >= 2, kRoundsWait);
-        QCOMPARE(spies.smartCardError.count(), 1);
-        QCOMPARE(spies.readersFound.count(), 0);
-        // SCARD_E_INSUFFICIENT_BUFFER
-        QVERIFY2(home.readLog().contains("Cannot list readers, status=-7feffff8"), qPrintable(home.readLog().right(2000)));
+        // A key in the eleventh reader is not looked at; the tenth one is.
+        insert(10);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->readers.count() >= 3, 2 * kRoundsWait);
+        QCOMPARE(spies->token.count(), 0);
+        insert(9);
+        QTRY_VERIFY_WITH_TIMEOUT(spies->token.count() >= 2, kRoundsWait);
+        QCOMPARE(spies->readers.count(), 0);
     }
 };
 
