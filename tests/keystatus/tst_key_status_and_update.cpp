@@ -344,7 +344,6 @@ private slots:
 
         QTRY_COMPARE_WITH_TIMEOUT(cancelled.count(), 1, 5000);
         QCOMPARE(cancelled.at(0).at(0).toString(), QString("Token status request cancelled"));
-        QCOMPARE(status.ksResult, 603);
         QCOMPARE(status.statusText, kCancelled);
         QVERIFY(!status.busy && !status.guiInstance);
         QTRY_COMPARE(window->form()->label_info->text(),
@@ -385,8 +384,6 @@ private slots:
 
         ui->tabs->setCurrentIndex(2);
         QTRY_COMPARE_WITH_TIMEOUT(ui->label_type->text(), QString("Vantrel"), kFlowTimeout);
-        QCOMPARE(ui->label_title->text(), QString("Bench Vantrel"));
-        QCOMPARE(ui->label_info->text(), kActive);
         const QString connect = QString("CONNECT %1:%2").arg(sim.benchName()).arg(sim.httpsPort());
         QVERIFY2(proxy.waitForLog(connect), qPrintable(proxy.readLog()));
         // Both the program and the token GUI library went through it.

@@ -20,8 +20,8 @@ bool ServicesSim::start(int timeoutMs)
         return false;
     }
     process.setStandardErrorFile(dir() + "/stderr.txt");
-    process.start("python3", {ZORVIK_SOURCE_DIR "/testbed/zorvik-services", "--dir", dir(), "--port-file",
-                              dir() + "/ports.json"});
+    process.start("python3",
+                  {ZORVIK_SOURCE_DIR "/testbed/zorvik-services", "--dir", dir(), "--port-file", dir() + "/ports.json"});
     // The simulator prints one "READY {...}" line once every listener is bound.
     QByteArray line;
     const QDeadlineTimer deadline(timeoutMs);

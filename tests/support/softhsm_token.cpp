@@ -8,8 +8,9 @@
 SoftHsmToken::SoftHsmToken(const QString& label, const QString& pin) : label_(label), pin_(pin)
 {
     QByteArray out = "no temporary directory";
-    valid_ = dir_.isValid() && runProgram("bash", {setupScript(), "init", dir_.path(), "--label", label_, "--pin",
-                                                   pin_, "--so-pin", kDefaultSoPin},
+    valid_ = dir_.isValid() && runProgram("bash",
+                                          {setupScript(), "init", dir_.path(), "--label", label_, "--pin", pin_,
+                                           "--so-pin", kDefaultSoPin},
                                           &out) == 0;
     if (!valid_)
         error_ = "softhsm-setup init failed: " + QString::fromLocal8Bit(out);
@@ -41,8 +42,8 @@ void SoftHsmToken::apply(bool noCards) const
 QString SoftHsmToken::load(const TestCredential& credential, const QString& label) const
 {
     const QString cert = dir_.path() + "/load-cert.pem", key = dir_.path() + "/load-key.pem";
-    QStringList args{setupScript(), "load", dir_.path(), "--cert", cert, "--key", key, "--pin", pin_, "--token-label",
-                     label_};
+    QStringList args{setupScript(), "load",  dir_.path(), "--cert",        cert,  "--key",
+                     key,           "--pin", pin_,        "--token-label", label_};
     if (!label.isEmpty())
         args << "--label" << label;
     QByteArray out;
@@ -55,8 +56,9 @@ QString SoftHsmToken::load(const TestCredential& credential, const QString& labe
 int SoftHsmToken::pkcs11Tool(const QStringList& args, QString* output, bool throughModule) const
 {
     QByteArray out;
-    const int rc = runProgram("pkcs11-tool", QStringList{"--module", throughModule ? modulePath() : backendPath()} + args,
-                              &out, environment());
+    const int rc =
+        runProgram("pkcs11-tool", QStringList{"--module", throughModule ? modulePath() : backendPath()} + args, &out,
+                   environment());
     if (output)
         *output = QString::fromLocal8Bit(out);
     return rc;

@@ -137,8 +137,9 @@ bool TestCredential::writePkcs12(const QString& path, const QString& password, c
     // Without a password: no encryption and no MAC, as some exporting tools do.
     const int nid = password.isEmpty() ? -1 : 0;
     std::unique_ptr<PKCS12, decltype(&PKCS12_free)> p12(
-        PKCS12_create(password.isEmpty() ? nullptr : pass.constData(), friendlyName.isEmpty() ? nullptr : fname.constData(),
-                      key_.get(), cert_.get(), nullptr, nid, nid, 0, password.isEmpty() ? -1 : 0, 0),
+        PKCS12_create(password.isEmpty() ? nullptr : pass.constData(),
+                      friendlyName.isEmpty() ? nullptr : fname.constData(), key_.get(), cert_.get(), nullptr, nid, nid,
+                      0, password.isEmpty() ? -1 : 0, 0),
         PKCS12_free);
     const QByteArray der = written([&](BIO* bio) { return p12 ? i2d_PKCS12_bio(bio, p12.get()) : 0; });
     return !der.isEmpty() && writeFile(path, der);
@@ -147,9 +148,9 @@ bool TestCredential::writePkcs12(const QString& path, const QString& password, c
 QList<QByteArray> TestCredential::rsaParts() const
 {
     QList<QByteArray> parts;
-    for (const char* name : {OSSL_PKEY_PARAM_RSA_N, OSSL_PKEY_PARAM_RSA_E, OSSL_PKEY_PARAM_RSA_FACTOR1,
-                             OSSL_PKEY_PARAM_RSA_FACTOR2, OSSL_PKEY_PARAM_RSA_EXPONENT1, OSSL_PKEY_PARAM_RSA_EXPONENT2,
-                             OSSL_PKEY_PARAM_RSA_COEFFICIENT1})
+    for (const char* name :
+         {OSSL_PKEY_PARAM_RSA_N, OSSL_PKEY_PARAM_RSA_E, OSSL_PKEY_PARAM_RSA_FACTOR1, OSSL_PKEY_PARAM_RSA_FACTOR2,
+          OSSL_PKEY_PARAM_RSA_EXPONENT1, OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1})
         parts << bnParam(key_.get(), name);
     return parts;
 }

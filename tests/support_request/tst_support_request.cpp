@@ -256,10 +256,10 @@ private slots:
         QVERIFY(writeFile(child.userLog(), lines));
         QProcessEnvironment env = child.environment();
         sim.addTo(&env);
-        QProcess p;
-        p.setProcessEnvironment(env);
-        p.start(QCoreApplication::applicationFilePath(), {"--critical-child", message});
-        QVERIFY(p.waitForFinished(60000) && p.exitCode() == 1); // the report waits 30 s at most
+        // The report waits 30 s at most.
+        QCOMPARE(runProgram(QCoreApplication::applicationFilePath(), {"--critical-child", message}, nullptr, env,
+                            nullptr, {}, 60000),
+                 1);
 
         const QJsonArray sent = sim.requests("/api/report");
         QCOMPARE(sent.size(), 1);
