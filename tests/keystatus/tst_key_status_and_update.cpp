@@ -279,11 +279,13 @@ private slots:
             QVERIFY(bench.insert(0));
         }
         TokenStatus status;
+        QSignalSpy read(&status, &TokenStatus::infoSCReady);
         QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
         QSignalSpy ready(&status, &TokenStatus::infoKSReady);
         QVERIFY(status.startQuery());
         QTRY_COMPARE_WITH_TIMEOUT(cancelled.count(), 1, kFlowTimeout);
         QTEST(cancelled.at(0).at(0).toString(), "reason");
+        QCOMPARE(read.count(), 1); // the key's side is reported, key or none
         QCOMPARE(ready.count(), 0);
         QTRY_VERIFY(!status.busy);
         if (body.isNull()) {

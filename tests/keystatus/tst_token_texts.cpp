@@ -92,6 +92,7 @@ private slots:
     {
         QTest::addColumn<QString>("body");
         QTest::addColumn<QString>("version");
+        QTest::newRow("cut at the first of two") << "2.1;a;b" << "2.1";
         QTest::newRow("no semicolon") << "2.1" << "2.1";
         QTest::newRow("nothing before") << ";x" << "";
     }
