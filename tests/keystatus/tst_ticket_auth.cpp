@@ -79,12 +79,9 @@ class TestTicketAuth : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(home.isValid());
-        home.apply();
         qputenv("ZORVIK_SYSTEM_CONFIG_DIR", QFile::encodeName(home.path() + "/etc"));
-        QVERIFY2(sim.start(), qPrintable(sim.lastError()));
-        sim.applyEnvironment();
-        QVERIFY2(bench.start(), qPrintable(bench.errorText()));
+        const QString started = startServicesAndBench(home, sim, bench);
+        QVERIFY2(started.isEmpty(), qPrintable(started));
     }
 
     void init()
@@ -173,33 +170,24 @@ private slots:
     }
 
     // Released while the service is still answering: no callback, now or later, and the
-    // worker ends.
+    // worker ends. Bad arguments, and a second start on a busy instance, are refused.
     void releaseDuringExchangeNeverCallsBack()
     {
         QVERIFY(bench.insert(0));
         QVERIFY(sim.script(QJsonObject{{"path", "/a/auth-ticket/"}, {"delay", 4}, {"body", R"({"code":200})"}}));
         Outcome outcome;
         void* instance = qvtoken_gui_create_instance();
-        QCOMPARE(qvtoken_gui_authenticate(instance, freshTicket().constData(), 0, record, &outcome), 0);
-        // A second start on a busy instance is refused.
-        QCOMPARE(qvtoken_gui_authenticate(instance, "ABCD", 0, record, &outcome), -1);
-        QVERIFY(sim.waitForRequests("/a/auth-ticket/"));
-        qvtoken_gui_release_instance(instance);
-        // The worker has ended by the time release returns: nothing of it runs on into the
-        // caller's (or the process's) teardown.
-        QCOMPARE(threadCount(), baseThreads);
-        QCOMPARE(outcome.calls.load(), 0);
-    }
-
-    void badArguments()
-    {
-        Outcome outcome;
-        void* instance = qvtoken_gui_create_instance();
         QCOMPARE(qvtoken_gui_authenticate(nullptr, "T", 0, record, &outcome), -1);
         QCOMPARE(qvtoken_gui_authenticate(instance, nullptr, 0, record, &outcome), -1);
         QCOMPARE(qvtoken_gui_authenticate(instance, "T", 0, nullptr, &outcome), -1);
+        QCOMPARE(qvtoken_gui_authenticate(instance, freshTicket().constData(), 0, record, &outcome), 0);
+        QCOMPARE(qvtoken_gui_authenticate(instance, "ABCD", 0, record, &outcome), -1);
+        QVERIFY(sim.waitForRequests("/a/auth-ticket/"));
         qvtoken_gui_release_instance(instance);
         qvtoken_gui_release_instance(nullptr);
+        // The worker has ended by the time release returns: nothing of it runs on into the
+        // caller's (or the process's) teardown.
+        QCOMPARE(threadCount(), baseThreads);
         QCOMPARE(outcome.calls.load(), 0);
     }
 
