@@ -1,14 +1,13 @@
 #include "bench.h"
 
+#include "test_support.h"
+
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QtGlobal>
 
 namespace {
 
@@ -17,16 +16,9 @@ int liveBenches = 0;
 // One directory per test process, short enough for a socket path.
 QString processBenchDir()
 {
-    static const QString path =
-        QStringLiteral("%1/zorvik-bench-%2")
-            .arg(QFileInfo(QStringLiteral("/tmp")).isWritable() ? QStringLiteral("/tmp") : QDir::tempPath())
-            .arg(QCoreApplication::applicationPid());
-    return path;
-}
-
-QString scriptPath()
-{
-    return QStringLiteral(ZORVIK_SOURCE_DIR "/testbed/bench");
+    return QString("%1/zorvik-bench-%2")
+        .arg(QFileInfo("/tmp").isWritable() ? "/tmp" : QDir::tempPath())
+        .arg(QCoreApplication::applicationPid());
 }
 
 } // namespace
@@ -46,47 +38,33 @@ Bench::~Bench()
 
 QString Bench::simulatorPath()
 {
-    return QStringLiteral(ZORVIK_VANTREL_SIM);
+    return ZORVIK_VANTREL_SIM;
 }
 
 bool Bench::run(const QStringList& args, QByteArray* output)
 {
-    QProcess p;
-    p.setProgram(QStringLiteral("python3"));
-    p.setArguments(QStringList{scriptPath(), QStringLiteral("--dir"), dir, QStringLiteral("--sim"), simulatorPath(),
-                               QStringLiteral("--phone-driver"), QStringLiteral(ZORVIK_PHONE_DRIVER)} +
-                   args);
-    p.start();
-    if (!p.waitForFinished(120000)) {
-        p.kill();
-        p.waitForFinished();
-        error = QStringLiteral("bench %1 did not finish").arg(args.value(0));
-        return false;
-    }
-    if (p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
-        error = QString::fromUtf8(p.readAllStandardError()).trimmed();
-        if (error.isEmpty())
-            error = QStringLiteral("bench %1 failed (exit %2)").arg(args.value(0)).arg(p.exitCode());
-        return false;
-    }
-    error.clear();
+    QByteArray out, errors;
+    const int rc = runProgram("python3",
+                              QStringList{ZORVIK_SOURCE_DIR "/testbed/bench", "--dir", dir, "--sim", simulatorPath(),
+                                          "--phone-driver", ZORVIK_PHONE_DRIVER} +
+                                  args,
+                              &out, QProcessEnvironment::systemEnvironment(), &errors);
+    error = rc == 0 ? QString() : QString::fromUtf8(errors).trimmed();
+    if (rc != 0 && error.isEmpty())
+        error = QString("bench %1 failed (exit %2)").arg(args.value(0)).arg(rc);
     if (output)
-        *output = p.readAllStandardOutput();
-    return true;
+        *output = out;
+    return rc == 0;
 }
 
 bool Bench::readState()
 {
-    QFile f(dir + QStringLiteral("/state.json"));
-    if (!f.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("no bench state in %1").arg(dir);
-        return false;
-    }
-    const QJsonObject state = QJsonDocument::fromJson(f.readAll()).object();
-    socket = state.value(QStringLiteral("socket")).toString();
+    const QJsonObject state = QJsonDocument::fromJson(readFile(dir + "/state.json")).object();
+    socket = state.value("socket").toString();
     readers.clear();
-    for (const QJsonValue& slot : state.value(QStringLiteral("slots")).toArray())
-        readers.append(slot.toObject().value(QStringLiteral("name")).toString());
+    for (const QJsonValue& slot : state.value("slots").toArray())
+        readers.append(slot.toObject().value("name").toString());
+    error = socket.isEmpty() ? "no bench state in " + dir : QString();
     return !socket.isEmpty();
 }
 
@@ -94,9 +72,8 @@ bool Bench::start(const QStringList& options)
 {
     if (running && !stop())
         return false;
-    QStringList args{QStringLiteral("start"), QStringLiteral("--owner-pid"),
-                     QString::number(QCoreApplication::applicationPid())};
-    if (!run(args + options) || !readState())
+    if (!run(QStringList{"start", "--owner-pid", QString::number(QCoreApplication::applicationPid())} + options) ||
+        !readState())
         return false;
     running = true;
     // This process's PC/SC calls (the code under test) reach the bench's pcscd.
@@ -109,50 +86,17 @@ bool Bench::stop()
     if (!running)
         return true;
     running = false;
-    return run({QStringLiteral("stop")});
-}
-
-bool Bench::insert(int reader, const QStringList& cardOptions)
-{
-    return run(QStringList{QStringLiteral("insert"), QStringLiteral("--reader"), QString::number(reader)} +
-               cardOptions);
-}
-
-bool Bench::remove(int reader)
-{
-    return run({QStringLiteral("remove"), QStringLiteral("--reader"), QString::number(reader)});
-}
-
-bool Bench::removeAll()
-{
-    return run({QStringLiteral("remove"), QStringLiteral("--all")});
-}
-
-bool Bench::phone(const QStringList& args)
-{
-    return run(QStringList{QStringLiteral("phone")} + args);
+    return run({"stop"});
 }
 
 QJsonObject Bench::phoneState()
 {
     QByteArray out;
-    if (!run({QStringLiteral("phone"), QStringLiteral("state")}, &out))
-        return {};
-    return QJsonDocument::fromJson(out).object();
-}
-
-bool Bench::stopPcscd()
-{
-    return run({QStringLiteral("pcscd-stop")});
-}
-
-bool Bench::startPcscd()
-{
-    return run({QStringLiteral("pcscd-start")});
+    return run({"phone", "state"}, &out) ? QJsonDocument::fromJson(out).object() : QJsonObject();
 }
 
 QProcessEnvironment Bench::environment(QProcessEnvironment base) const
 {
-    base.insert(QStringLiteral("PCSCLITE_CSOCK_NAME"), socket);
+    base.insert("PCSCLITE_CSOCK_NAME", socket);
     return base;
 }

@@ -29,21 +29,24 @@ public:
 
     // Inserts a simulated key into reader `reader` (vantrel-sim options in `cardOptions`,
     // e.g. {"--status", "4"} or {"--not-vantrel"}); returns once pcscd sees it.
-    bool insert(int reader = 0, const QStringList& cardOptions = {});
+    bool insert(int reader = 0, const QStringList& cardOptions = {})
+    {
+        return run(QStringList{"insert", "--reader", QString::number(reader)} + cardOptions);
+    }
     // Pulls the key; returns once pcscd sees the reader empty.
-    bool remove(int reader = 0);
+    bool remove(int reader = 0) { return run({"remove", "--reader", QString::number(reader)}); }
     // Pulls every key.
-    bool removeAll();
+    bool removeAll() { return run({"remove", "--all"}); }
 
     // Plays the phone behind the virtual reader: `bench phone <args>`, e.g.
     // {"appear", "--name", "Anna's phone"}, {"pair", "--code", "4711"}, {"fail-once"}.
-    bool phone(const QStringList& args);
+    bool phone(const QStringList& args) { return run(QStringList{"phone"} + args); }
     // The phone driver's view (`bench phone state`), empty on failure.
     QJsonObject phoneState();
 
     // The smart-card service fails / recovers. Keys left in their readers are seen again.
-    bool stopPcscd();
-    bool startPcscd();
+    bool stopPcscd() { return run({"pcscd-stop"}); }
+    bool startPcscd() { return run({"pcscd-start"}); }
 
     bool isRunning() const { return running; }
     QString directory() const { return dir; }

@@ -1,35 +1,14 @@
 #include "proxy_sim.h"
 
 #include "services_sim.h"
+#include "test_support.h"
 
-#include <QDeadlineTimer>
-#include <QFile>
 #include <QHostAddress>
 #include <QNetworkProxy>
 #include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTest>
-
-namespace {
-
-quint16 freePort()
-{
-    QTcpServer server;
-    server.setProxy(QNetworkProxy::NoProxy);
-    if (!server.listen(QHostAddress::LocalHost, 0))
-        return 0;
-    return server.serverPort();
-}
-
-} // namespace
-
-ProxySim::ProxySim() = default;
-
-ProxySim::~ProxySim()
-{
-    stop();
-}
 
 bool ProxySim::start(const ServicesSim& services, int timeoutMs)
 {
@@ -55,88 +34,52 @@ bool ProxySim::startOnce(const QString& forwardHost, quint16 upstreamPort, int t
         return false;
     }
     workDir = std::make_unique<QTemporaryDir>();
-    listenPort = freePort();
-    if (!workDir->isValid() || listenPort == 0) {
-        error = "cannot prepare a directory and a port for tinyproxy";
-        return false;
-    }
-    QByteArray config = "Port " + QByteArray::number(listenPort) +
-                        "\n"
-                        "Listen 127.0.0.1\n"
-                        "Timeout 120\n"
-                        "LogFile \"" +
-                        logFile().toUtf8() +
-                        "\"\n"
-                        "LogLevel Connect\n"
-                        "PidFile \"" +
-                        workDir->path().toUtf8() +
-                        "/tinyproxy.pid\"\n"
-                        "MaxClients 50\n"
-                        "Allow 127.0.0.1\n";
+    QTcpServer probe; // a free port
+    probe.setProxy(QNetworkProxy::NoProxy);
+    listenPort = probe.listen(QHostAddress::LocalHost, 0) ? probe.serverPort() : 0;
+    probe.close();
+    QString config = QString("Port %1\nListen 127.0.0.1\nTimeout 120\nLogFile \"%2\"\nLogLevel Connect\n"
+                             "PidFile \"%3/tinyproxy.pid\"\nMaxClients 50\nAllow 127.0.0.1\n")
+                         .arg(listenPort)
+                         .arg(logFile(), workDir->path());
     if (!forwardHost.isEmpty())
-        config += "Upstream http 127.0.0.1:" + QByteArray::number(upstreamPort) + " \"" + forwardHost.toUtf8() + "\"\n";
-    QFile file(workDir->path() + "/tinyproxy.conf");
-    if (!file.open(QIODevice::WriteOnly) || file.write(config) != config.size()) {
-        error = "cannot write the tinyproxy configuration";
+        config += QString("Upstream http 127.0.0.1:%1 \"%2\"\n").arg(upstreamPort).arg(forwardHost);
+    const QString configFile = workDir->path() + "/tinyproxy.conf";
+    if (!workDir->isValid() || listenPort == 0 || !writeFile(configFile, config.toUtf8())) {
+        error = "cannot prepare a directory, a port and a configuration for tinyproxy";
         return false;
     }
-    file.close();
-
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardOutputFile(workDir->path() + "/tinyproxy.out");
-    process.start(program, {"-d", "-c", file.fileName()});
-    if (!process.waitForStarted(timeoutMs)) {
-        error = "cannot run tinyproxy: " + process.errorString();
-        return false;
-    }
+    process.start(program, {"-d", "-c", configFile});
     // Ready when it accepts connections.
-    QDeadlineTimer deadline(timeoutMs);
-    while (!deadline.hasExpired() && process.state() == QProcess::Running) {
-        QTcpSocket probe;
-        probe.setProxy(QNetworkProxy::NoProxy);
-        probe.connectToHost(QHostAddress::LocalHost, listenPort);
-        if (probe.waitForConnected(500))
-            return true;
-        QTest::qWait(20);
-    }
-    QFile out(workDir->path() + "/tinyproxy.out");
-    out.open(QIODevice::ReadOnly);
-    error = "tinyproxy did not start: " + QString::fromUtf8(out.readAll()) + readLog();
+    const bool ready = QTest::qWaitFor(
+        [&] {
+            QTcpSocket socket;
+            socket.setProxy(QNetworkProxy::NoProxy);
+            socket.connectToHost(QHostAddress::LocalHost, listenPort);
+            return process.state() == QProcess::NotRunning || socket.waitForConnected(500);
+        },
+        timeoutMs);
+    if (ready && process.state() == QProcess::Running)
+        return true;
+    error = "tinyproxy did not start: " + process.errorString() + " " +
+            QString::fromUtf8(readFile(workDir->path() + "/tinyproxy.out")) + readLog();
     stop();
     return false;
 }
 
 void ProxySim::stop()
 {
-    if (process.state() != QProcess::NotRunning) {
-        process.terminate();
-        if (!process.waitForFinished(10000)) {
-            process.kill();
-            process.waitForFinished(5000);
-        }
-    }
-}
-
-QString ProxySim::logFile() const
-{
-    return workDir ? workDir->path() + "/tinyproxy.log" : QString();
+    stopProcess(process);
 }
 
 QString ProxySim::readLog() const
 {
-    QFile file(logFile());
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    return QString::fromUtf8(file.readAll());
+    return QString::fromUtf8(readFile(logFile()));
 }
 
 bool ProxySim::waitForLog(const QString& text, int timeoutMs) const
 {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!readLog().contains(text)) {
-        if (deadline.hasExpired())
-            return false;
-        QTest::qWait(20);
-    }
-    return true;
+    return QTest::qWaitFor([&] { return readLog().contains(text); }, timeoutMs);
 }

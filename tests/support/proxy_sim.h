@@ -13,8 +13,8 @@ class ServicesSim;
 class ProxySim
 {
 public:
-    ProxySim();
-    ~ProxySim();
+    ProxySim() = default;
+    ~ProxySim() { stop(); }
     ProxySim(const ProxySim&) = delete;
     ProxySim& operator=(const ProxySim&) = delete;
 
@@ -28,7 +28,7 @@ public:
 
     QString host() const { return "127.0.0.1"; }
     quint16 port() const { return listenPort; }
-    QString logFile() const;
+    QString logFile() const { return workDir ? workDir->path() + "/tinyproxy.log" : QString(); }
     QString readLog() const;
     // Waits until the log contains `text`.
     bool waitForLog(const QString& text, int timeoutMs = 10000) const;

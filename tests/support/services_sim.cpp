@@ -5,23 +5,11 @@
 #include "web_access.h"
 
 #include <QDeadlineTimer>
-#include <QFile>
 #include <QJsonDocument>
 #include <QNetworkProxy>
 #include <QTcpSocket>
 #include <QTest>
 #include <QUrl>
-
-namespace {
-const char* const kScript = ZORVIK_SOURCE_DIR "/testbed/zorvik-services";
-} // namespace
-
-ServicesSim::ServicesSim() = default;
-
-ServicesSim::~ServicesSim()
-{
-    stop();
-}
 
 bool ServicesSim::start(int timeoutMs)
 {
@@ -31,30 +19,21 @@ bool ServicesSim::start(int timeoutMs)
         error = "cannot create a temporary directory";
         return false;
     }
-    process.setProcessChannelMode(QProcess::SeparateChannels);
-    process.setStandardErrorFile(workDir->path() + "/stderr.txt");
-    process.start("python3", {kScript, "--dir", workDir->path(), "--port-file", workDir->path() + "/ports.json"});
-    if (!process.waitForStarted(timeoutMs)) {
-        error = "cannot run python3: " + process.errorString();
-        return false;
-    }
+    process.setStandardErrorFile(dir() + "/stderr.txt");
+    process.start("python3",
+                  {ZORVIK_SOURCE_DIR "/testbed/zorvik-services", "--dir", dir(), "--port-file", dir() + "/ports.json"});
     // The simulator prints one "READY {...}" line once every listener is bound.
-    QDeadlineTimer deadline(timeoutMs);
     QByteArray line;
-    while (!deadline.hasExpired()) {
-        if (!process.canReadLine() && !process.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
-            if (process.state() != QProcess::Running)
-                break;
-            continue;
-        }
-        line = process.readLine().trimmed();
-        if (line.startsWith("READY "))
+    const QDeadlineTimer deadline(timeoutMs);
+    while (!line.startsWith("READY ") && !deadline.hasExpired()) {
+        if (process.canReadLine())
+            line = process.readLine().trimmed();
+        else if (!process.waitForReadyRead(static_cast<int>(deadline.remainingTime())) &&
+                 process.state() != QProcess::Running)
             break;
     }
     if (!line.startsWith("READY ")) {
-        QFile err(workDir->path() + "/stderr.txt");
-        err.open(QIODevice::ReadOnly);
-        error = "the services simulator did not start: " + QString::fromUtf8(err.readAll());
+        error = "the services simulator did not start: " + QString::fromUtf8(readFile(dir() + "/stderr.txt"));
         stop();
         return false;
     }
@@ -68,128 +47,53 @@ bool ServicesSim::start(int timeoutMs)
 
 void ServicesSim::stop()
 {
-    if (process.state() != QProcess::NotRunning) {
-        process.terminate();
-        if (!process.waitForFinished(10000)) {
-            process.kill();
-            process.waitForFinished(5000);
-        }
-    }
+    stopProcess(process);
     ports[0] = ports[1] = ports[2] = 0;
-}
-
-bool ServicesSim::isRunning() const
-{
-    return process.state() == QProcess::Running && ports[1] != 0;
-}
-
-QString ServicesSim::httpsUrl() const
-{
-    return QString("https://127.0.0.1:%1").arg(ports[0]);
-}
-
-QString ServicesSim::httpUrl() const
-{
-    return QString("http://127.0.0.1:%1").arg(ports[1]);
-}
-
-QString ServicesSim::badTlsUrl() const
-{
-    return QString("https://127.0.0.1:%1").arg(ports[2]);
-}
-
-QString ServicesSim::proxiedHttpsUrl() const
-{
-    return QString("https://%1:%2").arg(name).arg(ports[0]);
-}
-
-QString ServicesSim::caFile() const
-{
-    return dir() + "/ca.pem";
 }
 
 ServicesSim::Reply ServicesSim::control(const QByteArray& method, const QString& path, const QByteArray& body) const
 {
-    Reply reply;
     QTcpSocket socket;
     socket.setProxy(QNetworkProxy::NoProxy);
     socket.connectToHost("127.0.0.1", ports[1]);
     if (!socket.waitForConnected(5000))
-        return reply;
-    QByteArray request = method + ' ' + path.toUtf8() + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n";
-    if (!body.isEmpty())
-        request += "Content-Type: application/json\r\n";
-    request += "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
-    socket.write(request);
-    QByteArray answer;
-    QDeadlineTimer deadline(15000);
-    while (!deadline.hasExpired()) {
-        if (socket.state() != QAbstractSocket::ConnectedState && socket.bytesAvailable() == 0)
-            break;
-        if (!socket.waitForReadyRead(static_cast<int>(qMax<qint64>(1, deadline.remainingTime()))))
-            break;
-        answer += socket.readAll();
-    }
-    answer += socket.readAll();
+        return {};
+    socket.write(method + ' ' + path.toUtf8() + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n" +
+                 (body.isEmpty() ? "" : "Content-Type: application/json\r\n") +
+                 "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+    // The simulator closes the connection after its answer.
+    const QDeadlineTimer deadline(15000);
+    while (socket.state() == QAbstractSocket::ConnectedState && !deadline.hasExpired())
+        socket.waitForReadyRead(static_cast<int>(qMax<qint64>(1, deadline.remainingTime())));
+    const QByteArray answer = socket.readAll();
     const int headerEnd = answer.indexOf("\r\n\r\n");
     const QList<QByteArray> statusLine = answer.left(answer.indexOf("\r\n")).split(' ');
     if (headerEnd < 0 || statusLine.size() < 2)
-        return reply;
-    reply.status = statusLine.at(1).toInt();
-    reply.body = answer.mid(headerEnd + 4);
-    return reply;
+        return {};
+    return {statusLine.at(1).toInt(), answer.mid(headerEnd + 4)};
 }
 
-bool ServicesSim::script(const QJsonObject& answer)
+bool ServicesSim::post(const QString& path, const QJsonValue& json) const
 {
-    return script(QJsonArray{answer});
-}
-
-bool ServicesSim::script(const QJsonArray& answers)
-{
-    return control("POST", "/_control/script", QJsonDocument(answers).toJson(QJsonDocument::Compact)).status == 200;
-}
-
-bool ServicesSim::configure(const QJsonObject& changes)
-{
-    return control("POST", "/_control/config", QJsonDocument(changes).toJson(QJsonDocument::Compact)).status == 200;
-}
-
-bool ServicesSim::reset()
-{
-    return control("POST", "/_control/reset").status == 200;
-}
-
-bool ServicesSim::clearRequests()
-{
-    return control("DELETE", "/_control/requests").status == 200;
+    const QJsonDocument document = json.isArray() ? QJsonDocument(json.toArray()) : QJsonDocument(json.toObject());
+    return control("POST", path, document.toJson(QJsonDocument::Compact)).status == 200;
 }
 
 QJsonArray ServicesSim::requests(const QString& path) const
 {
-    QString target = "/_control/requests";
-    if (!path.isEmpty())
-        target += "?path=" + QString::fromUtf8(QUrl::toPercentEncoding(path));
-    return QJsonDocument::fromJson(control("GET", target).body).array();
+    const QString query = path.isEmpty() ? QString() : "?path=" + QString::fromUtf8(QUrl::toPercentEncoding(path));
+    return QJsonDocument::fromJson(control("GET", "/_control/requests" + query).body).array();
 }
 
 bool ServicesSim::waitForRequests(const QString& path, int count, int timeoutMs) const
 {
-    QDeadlineTimer deadline(timeoutMs);
-    while (requests(path).size() < count) {
-        if (deadline.hasExpired())
-            return false;
-        QTest::qWait(20);
-    }
-    return true;
+    return QTest::qWaitFor([&] { return requests(path).size() >= count; }, timeoutMs);
 }
 
 void ServicesSim::addTo(QProcessEnvironment* env) const
 {
-    env->insert("ZORVIK_KEYSERVICE_URL", httpsUrl());
-    env->insert("ZORVIK_UPDATE_URL", httpsUrl());
-    env->insert("ZORVIK_CHANGELOG_URL", httpsUrl());
-    env->insert("ZORVIK_SUPPORT_URL", httpsUrl());
+    for (const char* key : {"ZORVIK_KEYSERVICE_URL", "ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL", "ZORVIK_SUPPORT_URL"})
+        env->insert(key, httpsUrl());
     env->insert("ZORVIK_EXTRA_CA", caFile());
 }
 
@@ -209,9 +113,8 @@ QByteArray ServicesSim::body(const QJsonValue& request)
 QString ServicesSim::header(const QJsonValue& request, const QString& name)
 {
     for (const QJsonValue& pair : request.toObject().value("headers").toArray()) {
-        const QJsonArray nameValue = pair.toArray();
-        if (nameValue.at(0).toString().compare(name, Qt::CaseInsensitive) == 0)
-            return nameValue.at(1).toString();
+        if (pair.toArray().at(0).toString().compare(name, Qt::CaseInsensitive) == 0)
+            return pair.toArray().at(1).toString();
     }
     return QString();
 }

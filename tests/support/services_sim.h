@@ -17,8 +17,8 @@
 class ServicesSim
 {
 public:
-    ServicesSim();
-    ~ServicesSim();
+    ServicesSim() = default;
+    ~ServicesSim() { stop(); }
     ServicesSim(const ServicesSim&) = delete;
     ServicesSim& operator=(const ServicesSim&) = delete;
 
@@ -26,20 +26,22 @@ public:
     // does not come up in time.
     bool start(int timeoutMs = 30000);
     void stop();
-    bool isRunning() const;
+    bool isRunning() const { return process.state() == QProcess::Running && ports[1] != 0; }
     QString lastError() const { return error; }
 
-    QString httpsUrl() const;  // https://127.0.0.1:<port>, trusted through caFile()
-    QString httpUrl() const;   // http://127.0.0.1:<port>
-    QString badTlsUrl() const; // https://127.0.0.1:<port> with an untrusted certificate
+    // https://127.0.0.1:<port>, trusted through caFile()
+    QString httpsUrl() const { return QString("https://127.0.0.1:%1").arg(ports[0]); }
+    QString httpUrl() const { return QString("http://127.0.0.1:%1").arg(ports[1]); }
+    // https://127.0.0.1:<port> with an untrusted certificate
+    QString badTlsUrl() const { return QString("https://127.0.0.1:%1").arg(ports[2]); }
     // The HTTPS service under a name that only a proxy can reach (Qt never sends requests
     // for loopback addresses through a proxy). ProxySim forwards this name here.
-    QString proxiedHttpsUrl() const;
+    QString proxiedHttpsUrl() const { return QString("https://%1:%2").arg(name).arg(ports[0]); }
     QString benchName() const { return name; }
     quint16 httpsPort() const { return ports[0]; }
     quint16 httpPort() const { return ports[1]; }
     quint16 badTlsPort() const { return ports[2]; }
-    QString caFile() const;
+    QString caFile() const { return dir() + "/ca.pem"; }
     QString dir() const { return workDir ? workDir->path() : QString(); }
 
     // Scripted answers: each object names a "path" (exact, with or without the query, or a
@@ -49,13 +51,13 @@ public:
     // "length": "none" (no Content-Length), "chunk_size"/"chunk_delay", "fail_after" (drop
     // after that many bytes of the body), "route": true (the service's own answer, with the
     // script's "delay" and "fail_after"), "times".
-    bool script(const QJsonObject& answer);
-    bool script(const QJsonArray& answers);
+    bool script(const QJsonObject& answer) { return script(QJsonArray{answer}); }
+    bool script(const QJsonArray& answers) { return post("/_control/script", answers); }
     // Changes the default behaviour (e.g. {"key": {"type": "MASTER_TOKEN"}}).
-    bool configure(const QJsonObject& changes);
+    bool configure(const QJsonObject& changes) { return post("/_control/config", changes); }
     // Forgets scripts, logged requests, tickets and configuration.
-    bool reset();
-    bool clearRequests();
+    bool reset() { return control("POST", "/_control/reset").status == 200; }
+    bool clearRequests() { return control("DELETE", "/_control/requests").status == 200; }
     // The logged requests (method, target, path, headers [[name, value]...], body,
     // body_base64, listener), all of them or those for one path.
     QJsonArray requests(const QString& path = QString()) const;
@@ -82,6 +84,8 @@ public:
     static QString header(const QJsonValue& request, const QString& name);
 
 private:
+    bool post(const QString& path, const QJsonValue& json) const;
+
     std::unique_ptr<QTemporaryDir> workDir;
     QProcess process;
     quint16 ports[3] = {0, 0, 0};

@@ -23,9 +23,9 @@ public:
     QString pin() const { return pin_; }
     QString soPin() const { return kDefaultSoPin; }
 
-    static QString backendPath();
-    static QString modulePath();
-    static QString setupScript();
+    static QString backendPath() { return "/usr/lib/softhsm/libsofthsm2.so"; }
+    static QString modulePath() { return ZORVIK_BINARY_DIR "/lib/libzorvik-cryptoki.so"; }
+    static QString setupScript() { return ZORVIK_SOURCE_DIR "/testbed/softhsm-setup"; }
 
     // The variables that point SoftHSM2 and the module at this token: SOFTHSM2_CONF,
     // ZORVIK_CRYPTOKI_BACKEND, ZORVIK_CRYPTOKI_STATE_DIR, and ZORVIK_CRYPTOKI_NO_CARDS=1 with `noCards`.

@@ -1,7 +1,8 @@
 #include "test_credential.h"
 
+#include "test_support.h"
+
 #include <QCryptographicHash>
-#include <QFile>
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -9,18 +10,19 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
-#include <openssl/rand.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
 namespace {
 
-using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free)>;
-
-QByteArray bioBytes(BIO* bio)
+// What `write` puts into a memory BIO; empty when it fails.
+template <typename Write> QByteArray written(Write write)
 {
+    std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), BIO_free);
+    if (write(bio.get()) <= 0)
+        return {};
     char* data = nullptr;
-    const long n = BIO_get_mem_data(bio, &data);
+    const long n = BIO_get_mem_data(bio.get(), &data);
     return QByteArray(data, static_cast<int>(n));
 }
 
@@ -41,9 +43,7 @@ bool addExtension(X509* cert, int nid, const QString& value)
     X509V3_set_ctx_nodb(&ctx);
     X509V3_set_ctx(&ctx, cert, cert, nullptr, nullptr, 0);
     X509_EXTENSION* ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value.toUtf8().constData());
-    if (!ext)
-        return false;
-    const bool ok = X509_add_ext(cert, ext, -1) == 1;
+    const bool ok = ext && X509_add_ext(cert, ext, -1) == 1;
     X509_EXTENSION_free(ext);
     return ok;
 }
@@ -66,12 +66,10 @@ TestCredential TestCredential::make(const Options& o)
     c.key_.reset(key, EVP_PKEY_free);
     std::shared_ptr<X509> cert(X509_new(), X509_free);
     X509_set_version(cert.get(), 2);
-    unsigned char serial[16];
-    RAND_bytes(serial, sizeof serial);
-    serial[0] &= 0x7F;
-    BIGNUM* sn = BN_bin2bn(serial, sizeof serial, nullptr);
-    BN_to_ASN1_INTEGER(sn, X509_get_serialNumber(cert.get()));
-    BN_free(sn);
+    BIGNUM* serial = BN_new();
+    BN_rand(serial, 127, BN_RAND_TOP_ANY, BN_RAND_BOTTOM_ANY); // positive, 16 bytes at most
+    BN_to_ASN1_INTEGER(serial, X509_get_serialNumber(cert.get()));
+    BN_free(serial);
     ASN1_TIME_set(X509_getm_notBefore(cert.get()), static_cast<time_t>(o.notBefore.toSecsSinceEpoch()));
     ASN1_TIME_set(X509_getm_notAfter(cert.get()), static_cast<time_t>(o.notAfter.toSecsSinceEpoch()));
     X509_set_pubkey(cert.get(), key);
@@ -87,11 +85,9 @@ TestCredential TestCredential::make(const Options& o)
         san << "email:" + e;
     for (const QString& d : o.dnsNames)
         san << "DNS:" + d;
-    if (!san.isEmpty() && !addExtension(cert.get(), NID_subject_alt_name, san.join(',')))
-        return c;
-    if (!o.extKeyUsages.isEmpty() && !addExtension(cert.get(), NID_ext_key_usage, o.extKeyUsages.join(',')))
-        return c;
-    if (!X509_sign(cert.get(), key, EVP_sha256()))
+    if ((!san.isEmpty() && !addExtension(cert.get(), NID_subject_alt_name, san.join(','))) ||
+        (!o.extKeyUsages.isEmpty() && !addExtension(cert.get(), NID_ext_key_usage, o.extKeyUsages.join(','))) ||
+        !X509_sign(cert.get(), key, EVP_sha256()))
         return c;
     c.cert_ = cert;
     return c;
@@ -113,81 +109,50 @@ X509* TestCredential::takeCertificate() const
 
 QByteArray TestCredential::certificateDer() const
 {
-    if (!cert_)
-        return {};
-    unsigned char* der = nullptr;
-    const int n = i2d_X509(cert_.get(), &der);
-    if (n <= 0)
-        return {};
-    QByteArray out(reinterpret_cast<char*>(der), n);
-    OPENSSL_free(der);
-    return out;
+    return written([this](BIO* bio) { return cert_ ? i2d_X509_bio(bio, cert_.get()) : 0; });
 }
 
 QByteArray TestCredential::certificatePem() const
 {
-    BioPtr bio(BIO_new(BIO_s_mem()), BIO_free);
-    if (!cert_ || !PEM_write_bio_X509(bio.get(), cert_.get()))
-        return {};
-    return bioBytes(bio.get());
+    return written([this](BIO* bio) { return cert_ ? PEM_write_bio_X509(bio, cert_.get()) : 0; });
 }
 
 QByteArray TestCredential::keyPem() const
 {
-    BioPtr bio(BIO_new(BIO_s_mem()), BIO_free);
-    if (!key_ || !PEM_write_bio_PrivateKey(bio.get(), key_.get(), nullptr, nullptr, 0, nullptr, nullptr))
-        return {};
-    return bioBytes(bio.get());
+    return written([this](BIO* bio) {
+        return key_ ? PEM_write_bio_PrivateKey(bio, key_.get(), nullptr, nullptr, 0, nullptr, nullptr) : 0;
+    });
 }
 
 bool TestCredential::writePem(const QString& certPath, const QString& keyPath) const
 {
-    QFile c(certPath), k(keyPath);
-    return c.open(QIODevice::WriteOnly) && c.write(certificatePem()) > 0 && k.open(QIODevice::WriteOnly) &&
-           k.write(keyPem()) > 0;
+    return isValid() && writeFile(certPath, certificatePem()) && writeFile(keyPath, keyPem());
 }
 
 bool TestCredential::writePkcs12(const QString& path, const QString& password, const QString& friendlyName) const
 {
     if (!isValid())
         return false;
-    const QByteArray pass = password.toLatin1();
-    const QByteArray fname = friendlyName.toUtf8();
+    const QByteArray pass = password.toLatin1(), fname = friendlyName.toUtf8();
     // Without a password: no encryption and no MAC, as some exporting tools do.
     const int nid = password.isEmpty() ? -1 : 0;
-    PKCS12* p12 = PKCS12_create(password.isEmpty() ? nullptr : pass.constData(),
-                                friendlyName.isEmpty() ? nullptr : fname.constData(), key_.get(), cert_.get(), nullptr,
-                                nid, nid, 0, password.isEmpty() ? -1 : 0, 0);
-    if (!p12)
-        return false;
-    unsigned char* der = nullptr;
-    const int n = i2d_PKCS12(p12, &der);
-    PKCS12_free(p12);
-    if (n <= 0)
-        return false;
-    QFile f(path);
-    const bool ok = f.open(QIODevice::WriteOnly) && f.write(reinterpret_cast<char*>(der), n) == n;
-    OPENSSL_free(der);
-    return ok;
+    std::unique_ptr<PKCS12, decltype(&PKCS12_free)> p12(
+        PKCS12_create(password.isEmpty() ? nullptr : pass.constData(),
+                      friendlyName.isEmpty() ? nullptr : fname.constData(), key_.get(), cert_.get(), nullptr, nid, nid,
+                      0, password.isEmpty() ? -1 : 0, 0),
+        PKCS12_free);
+    const QByteArray der = written([&](BIO* bio) { return p12 ? i2d_PKCS12_bio(bio, p12.get()) : 0; });
+    return !der.isEmpty() && writeFile(path, der);
 }
 
 QList<QByteArray> TestCredential::rsaParts() const
 {
-    EVP_PKEY* k = key_.get();
-    return {bnParam(k, OSSL_PKEY_PARAM_RSA_N),           bnParam(k, OSSL_PKEY_PARAM_RSA_E),
-            bnParam(k, OSSL_PKEY_PARAM_RSA_FACTOR1),     bnParam(k, OSSL_PKEY_PARAM_RSA_FACTOR2),
-            bnParam(k, OSSL_PKEY_PARAM_RSA_EXPONENT1),   bnParam(k, OSSL_PKEY_PARAM_RSA_EXPONENT2),
-            bnParam(k, OSSL_PKEY_PARAM_RSA_COEFFICIENT1)};
-}
-
-QByteArray TestCredential::modulus() const
-{
-    return bnParam(key_.get(), OSSL_PKEY_PARAM_RSA_N);
-}
-
-QByteArray TestCredential::exponent() const
-{
-    return bnParam(key_.get(), OSSL_PKEY_PARAM_RSA_E);
+    QList<QByteArray> parts;
+    for (const char* name :
+         {OSSL_PKEY_PARAM_RSA_N, OSSL_PKEY_PARAM_RSA_E, OSSL_PKEY_PARAM_RSA_FACTOR1, OSSL_PKEY_PARAM_RSA_FACTOR2,
+          OSSL_PKEY_PARAM_RSA_EXPONENT1, OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1})
+        parts << bnParam(key_.get(), name);
+    return parts;
 }
 
 QByteArray TestCredential::moduleId() const

@@ -48,8 +48,8 @@ public:
 
     // RSA parts, big-endian magnitudes: n, e, p, q, d mod (p-1), d mod (q-1), q^-1 mod p.
     QList<QByteArray> rsaParts() const;
-    QByteArray modulus() const;
-    QByteArray exponent() const;
+    QByteArray modulus() const { return rsaParts().value(0); }
+    QByteArray exponent() const { return rsaParts().value(1); }
     // The identifier the cryptoki module gives the key: SHA-1 of the modulus.
     QByteArray moduleId() const;
 

@@ -3,18 +3,13 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTest>
 
 TestHome::TestHome()
 {
-    QDir(dir.path()).mkpath("logs");
-    QDir(dir.path()).mkpath("syslogs");
-    QDir(dir.path()).mkpath("tmp");
-    QDir(dir.path()).mkpath("config");
-    QDir(dir.path()).mkpath("home");
-    QDir(dir.path()).mkpath("runtime");
-    QFile::setPermissions(dir.path() + "/runtime", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    for (const char* sub : {"logs", "syslogs", "tmp", "config", "home", "runtime"})
+        QDir(dir.path()).mkpath(sub);
+    QFile::setPermissions(runtimeDir(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 QProcessEnvironment TestHome::environment() const
@@ -41,40 +36,26 @@ QProcessEnvironment TestHome::environment() const
 void TestHome::apply() const
 {
     const QProcessEnvironment env = environment();
-    for (const char* key :
-         {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR", "XDG_RUNTIME_DIR"})
-        qputenv(key, env.value(key).toLocal8Bit());
-    // The update service addresses environment() chose.
-    for (const char* key : {"ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL"})
+    for (const char* key : {"ZORVIK_LOG_DIR", "ZORVIK_SYSTEM_LOG_DIR", "XDG_CONFIG_HOME", "HOME", "TMPDIR",
+                            "XDG_RUNTIME_DIR", "ZORVIK_UPDATE_URL", "ZORVIK_CHANGELOG_URL"})
         qputenv(key, env.value(key).toLocal8Bit());
 }
 
 QString TestHome::readLog() const
 {
-    QFile f(userLog());
-    if (!f.open(QIODevice::ReadOnly))
-        return QString();
-    return QString::fromUtf8(f.readAll());
+    return QString::fromUtf8(readFile(userLog()));
 }
 
 bool TestHome::waitForLog(const QString& text, int ms) const
 {
-    QElapsedTimer t;
-    t.start();
-    while (t.elapsed() < ms) {
-        if (readLog().contains(text))
-            return true;
-        QTest::qWait(20);
-    }
-    return readLog().contains(text);
+    return QTest::qWaitFor([&] { return readLog().contains(text); }, ms);
 }
 
 int countLines(const QString& text, const QString& needle)
 {
     int n = 0;
     for (const QString& line : text.split('\n'))
-        if (line.contains(needle))
-            ++n;
+        n += line.contains(needle);
     return n;
 }
 
@@ -93,10 +74,42 @@ bool writeFile(const QString& path, const QByteArray& bytes)
 
 QByteArray gunzip(const QByteArray& data)
 {
-    QProcess gzip;
-    gzip.start("gzip", {"-dc"});
-    gzip.write(data);
-    gzip.closeWriteChannel();
-    gzip.waitForFinished(60000);
-    return gzip.readAllStandardOutput();
+    QByteArray out;
+    runProgram("gzip", {"-dc"}, &out, QProcessEnvironment::systemEnvironment(), nullptr, data, 60000);
+    return out;
+}
+
+int runProgram(const QString& program, const QStringList& args, QByteArray* output, const QProcessEnvironment& env,
+               QByteArray* errors, const QByteArray& input, int timeoutMs)
+{
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.setProcessChannelMode(errors ? QProcess::SeparateChannels : QProcess::MergedChannels);
+    p.start(program, args);
+    if (!p.waitForStarted(10000)) {
+        if (output)
+            *output = (program + ": " + p.errorString()).toLocal8Bit();
+        return -1;
+    }
+    p.write(input);
+    p.closeWriteChannel();
+    const bool ended = p.waitForFinished(timeoutMs);
+    if (!ended)
+        stopProcess(p);
+    if (output)
+        *output = p.readAllStandardOutput();
+    if (errors)
+        *errors = p.readAllStandardError();
+    return ended && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+}
+
+void stopProcess(QProcess& process)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.terminate();
+    if (!process.waitForFinished(10000)) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
@@ -39,3 +40,11 @@ QByteArray readFile(const QString& path);
 bool writeFile(const QString& path, const QByteArray& bytes);
 // Decompresses gzip data with the real gzip.
 QByteArray gunzip(const QByteArray& data);
+// Runs a program to its end (up to `timeoutMs`), with `input` on its standard input: the exit
+// code, or -1 when it did not start, crashed or ran out of time. Output and errors go to `output`
+// (merged unless `errors` is given).
+int runProgram(const QString& program, const QStringList& args, QByteArray* output = nullptr,
+               const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment(), QByteArray* errors = nullptr,
+               const QByteArray& input = QByteArray(), int timeoutMs = 120000);
+// Ends a helper process: terminated, killed if it will not go.
+void stopProcess(QProcess& process);
