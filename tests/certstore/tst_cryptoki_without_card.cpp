@@ -707,31 +707,6 @@ private slots:
             remove("11111111");
         QCOMPARE(remove(kPin), QStringList{"error 2: Key blocked"});
     }
-
-    // A listing asked for the moment the storage exists is answered (its worker may not have
-    // set up the module yet); it asks the key's status first, and there is no key here.
-    void storageRelaysOnItsThread()
-    {
-        C_Finalize(nullptr);
-        CryptokiStorage storage;
-        emit storage.getCertificates();
-        storage.working = true;
-        QSignalSpy finished(&storage, &CryptokiStorage::importFinished);
-        QSignalSpy errors(&storage, &CryptokiStorage::error);
-        QSignalSpy cannot(&storage, &CryptokiStorage::cannotGetCertificates);
-        QVERIFY(cannot.wait(20000));
-        QCOMPARE(cannot.first(), QVariantList({1, 0}));
-        QVERIFY(!storage.working);
-        const TestCredential c = TestCredential::make("Threaded");
-        storage.working = true;
-        storage.addCertificate(c.takeKey(), c.takeCertificate(), secret(kPin), "Threaded");
-        QVERIFY(finished.wait(20000));
-        QVERIFY(storage.working); // an import leaves it as it was
-        storage.removeCertificate(c.moduleId(), secret("99999999"));
-        QVERIFY(errors.wait(20000));
-        QCOMPARE(errors.first(), QVariantList({"Incorrect PIN", 2}));
-        QVERIFY(!storage.working);
-    }
 };
 
 QTEST_MAIN(TestCryptokiWithoutCard)
