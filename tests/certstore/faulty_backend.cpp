@@ -1,6 +1,6 @@
 // A backing PKCS#11 module for tests of libzorvik-cryptoki: the module named by
 // FAULTY_BACKEND_TARGET (SoftHSM2) behind it, with faults a test switches on through the
-// faulty_backend_* calls (faulty_backend.h). It counts the calls under way inside it and notes
+// faulty_backend_* calls (faultyBackend() in certstore_helpers.h). It counts the calls under way inside it and notes
 // a C_Finalize that arrives while any is.
 #include <p11-kit/pkcs11.h>
 

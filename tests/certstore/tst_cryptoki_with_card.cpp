@@ -6,6 +6,7 @@
 // password.
 #include "bench.h"
 #include "certificate_storage.h"
+#include "certstore_helpers.h"
 #include "cryptoki_interface.h"
 #include "dashboard_window.h"
 #include "modal_seam.h"
@@ -19,7 +20,6 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QTextDocument>
 #include <QtTest>
@@ -50,19 +50,6 @@ TestCredential credential(const QString& cn, int days = 365)
         o.notBefore = QDateTime::currentDateTimeUtc().addDays(days - 30);
     o.notAfter = QDateTime::currentDateTimeUtc().addDays(days);
     return TestCredential::make(o);
-}
-
-// Runs a program to its end; its output, or a text saying why it failed, in `output`.
-bool runTool(const QString& program, const QStringList& args, QString* output,
-             const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
-{
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    const bool ok = p.waitForFinished(120000) && p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
-    *output = program + ": " + p.errorString() + "\n" + QString::fromLocal8Bit(p.readAll());
-    return ok;
 }
 
 // Letters turned by 13 places: how the memory test keeps its PIN without holding it.
@@ -593,12 +580,12 @@ private slots:
         QFETCH(QString, password);
         openTab();
         const QString base = files.filePath("other-tool");
-        QString out;
         QVERIFY(credential("From Another Tool").writePem(base + ".crt", base + ".key"));
         QVERIFY(writeFile(base + ".pass", password.toUtf8() + "\n"));
-        QVERIFY2(runTool("openssl", QStringList{"pkcs12", "-export", "-in", base + ".crt", "-inkey", base + ".key", "-name",
-                                                "other-tool", "-out", base + ".p12", "-passout", "file:" + base + ".pass"} +
-                                        options, &out), qPrintable(out));
+        const auto r = runProgram("openssl", QStringList{"pkcs12", "-export", "-in", base + ".crt", "-inkey", base + ".key",
+                                                         "-name", "other-tool", "-out", base + ".p12", "-passout",
+                                                         "file:" + base + ".pass"} + options);
+        QVERIFY2(r.first == 0, qPrintable(r.second));
         // An error box is recorded and closed, so a refusal fails the comparison below.
         ModalSeam::setObserver([](QDialog* dialog) {
             if (dialog->windowTitle() == kErrorTitle)
@@ -670,12 +657,11 @@ private slots:
         QByteArray masked;
         for (int i = 0; i < 24; ++i)
             masked += char((i % 2 ? 'a' : 'A') + QRandomGenerator::global()->bounded(26));
-        QString out;
         const QString changePin = "pkcs11-tool --module \"$1\" --login --pin \"$2\" --change-pin "
                                   "--new-pin \"$(printf %s \"$3\" | tr A-Za-z N-ZA-Mn-za-m)\"";
-        QVERIFY2(runTool("sh", {"-c", changePin, "sh", SoftHsmToken::backendPath(), kPin, masked}, &out,
-                         token->environment(false)),
-                 qPrintable(out));
+        const auto changed = runProgram("sh", {"-c", changePin, "sh", SoftHsmToken::backendPath(), kPin, masked},
+                                        token->environment(false));
+        QVERIFY2(changed.first == 0, qPrintable(changed.second));
         openTab();
         ModalSeam::answerFile(writeP12(credential("Core Scan"), "core-scan"));
         ModalSeam::answer(ModalSeam::ShowIt); // the PIN prompt
@@ -699,9 +685,8 @@ private slots:
             QObject idle;
             idle.moveToThread(window->certificateStorage());
             QMetaObject::invokeMethod(&idle, [] {}, Qt::BlockingQueuedConnection);
-            QString output;
-            const QString pid = QString::number(QCoreApplication::applicationPid());
-            dumpError = runTool("gcore", {"-o", core, pid}, &output) ? QString() : output;
+            const auto r = runProgram("gcore", {"-o", core, QString::number(QCoreApplication::applicationPid())});
+            dumpError = r.first == 0 ? QString() : r.second;
         });
         emit ui()->import_cert->linkActivated("import");
         QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
