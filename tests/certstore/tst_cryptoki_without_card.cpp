@@ -172,14 +172,15 @@ private slots:
             QVERIFY2(!readFile(path).contains(kPin), qPrintable("a PIN reached " + path));
     }
 
-    // The token's slot, as programs that take the first slot with a token find it (its label and
-    // the slot number the dashboard uses are met by NSS and pkcs11-tool below).
+    // The token's slot, as programs that take the first slot with a token find it and show it
+    // (the token's label and the slot number the dashboard uses are met by NSS and pkcs11-tool below).
     void slotsOfTheKey()
     {
         QCOMPARE(C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
         CK_SLOT_INFO slotInfo{};
         QCOMPARE(C_GetSlotInfo(1, &slotInfo), CKR_OK);
         QCOMPARE(slotInfo.flags & (CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE), CK_FLAGS(CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE));
+        QCOMPARE(QByteArray(reinterpret_cast<char*>(slotInfo.slotDescription), 64).trimmed(), QByteArray("Zorvik Vantrel"));
         // The dashboard names slot 0 in the vendor calls and opens its sessions on slot 1.
         ZorvikPublicTokenData* data = nullptr;
         QCOMPARE(C_GetPublicTokenData(7, &data), CKR_SLOT_ID_INVALID);
