@@ -6,7 +6,7 @@
 #include <dlfcn.h>
 
 // Runs a program to its end: its exit code (-1 when it did not run or crashed) and its output.
-inline QPair<int, QString> runProgram(const QString& program, const QStringList& args,
+inline QPair<int, QString> runTool(const QString& program, const QStringList& args,
                                       const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
 {
     QProcess p;

@@ -585,7 +585,7 @@ private slots:
         const QString base = files.filePath("other-tool");
         QVERIFY(credential("From Another Tool").writePem(base + ".crt", base + ".key"));
         QVERIFY(writeFile(base + ".pass", password.toUtf8() + "\n"));
-        const auto r = runProgram("openssl", QStringList{"pkcs12", "-export", "-in", base + ".crt", "-inkey", base + ".key",
+        const auto r = runTool("openssl", QStringList{"pkcs12", "-export", "-in", base + ".crt", "-inkey", base + ".key",
                                                          "-name", "other-tool", "-out", base + ".p12", "-passout",
                                                          "file:" + base + ".pass"} + options);
         QVERIFY2(r.first == 0, qPrintable(r.second));
@@ -662,7 +662,7 @@ private slots:
             masked += char((i % 2 ? 'a' : 'A') + QRandomGenerator::global()->bounded(26));
         const QString changePin = "pkcs11-tool --module \"$1\" --login --pin \"$2\" --change-pin "
                                   "--new-pin \"$(printf %s \"$3\" | tr A-Za-z N-ZA-Mn-za-m)\"";
-        const auto changed = runProgram("sh", {"-c", changePin, "sh", SoftHsmToken::backendPath(), kPin, masked},
+        const auto changed = runTool("sh", {"-c", changePin, "sh", SoftHsmToken::backendPath(), kPin, masked},
                                         token->environment(false));
         QVERIFY2(changed.first == 0, qPrintable(changed.second));
         openTab();
@@ -688,7 +688,7 @@ private slots:
             QObject idle;
             idle.moveToThread(window->certificateStorage());
             QMetaObject::invokeMethod(&idle, [] {}, Qt::BlockingQueuedConnection);
-            const auto r = runProgram("gcore", {"-o", core, QString::number(QCoreApplication::applicationPid())});
+            const auto r = runTool("gcore", {"-o", core, QString::number(QCoreApplication::applicationPid())});
             dumpError = r.first == 0 ? QString() : r.second;
         });
         emit ui()->import_cert->linkActivated("import");

@@ -488,7 +488,7 @@ private slots:
 
         // The identifier OpenVPN keeps in users' configurations names our token and the key's ID.
         const QProcessEnvironment env = token_->environment(true);
-        auto r = runProgram("openvpn", {"--show-pkcs11-ids", SoftHsmToken::modulePath()}, env);
+        auto r = runTool("openvpn", {"--show-pkcs11-ids", SoftHsmToken::modulePath()}, env);
         QVERIFY2(r.second.contains(QRegularExpression("Serialized id:\\s+Zorvik/Vantrel/[0-9a-f]+/Vantrel/" + ids[0],
                                                       QRegularExpression::CaseInsensitiveOption)),
                  qPrintable(r.second));
@@ -496,10 +496,10 @@ private slots:
         // module with NSS is the integrations' test.)
         const QString db = "sql:" + home_.path() + "/nssdb";
         QDir().mkpath(home_.path() + "/nssdb");
-        QCOMPARE(runProgram("certutil", {"-N", "-d", db, "--empty-password"}, env).first, 0);
-        r = runProgram("modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(), "-force"}, env);
+        QCOMPARE(runTool("certutil", {"-N", "-d", db, "--empty-password"}, env).first, 0);
+        r = runTool("modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(), "-force"}, env);
         QVERIFY2(r.first == 0 && r.second.contains("added to database"), qPrintable(r.second));
-        r = runProgram("certutil", {"-L", "-d", db, "-h", "all"}, env);
+        r = runTool("certutil", {"-L", "-d", db, "-h", "all"}, env);
         QVERIFY2(r.second.contains("Vantrel:Alice") && r.second.contains("Vantrel:Bob"), qPrintable(r.second));
     }
 
@@ -556,9 +556,9 @@ private slots:
                     values[line.section('=', 0, 0)] = line.section('=', 1);
             return values;
         };
-        const auto plain = answers(runProgram(CRYPTOKI_ENV_PROBE, {}, e).second);
+        const auto plain = answers(runTool(CRYPTOKI_ENV_PROBE, {}, e).second);
         // Its own mount namespace keeps the set-gid run's system log off the machine's /var/log.
-        const auto r = runProgram("unshare", {"--mount", "--propagation", "private", "sh", "-c",
+        const auto r = runTool("unshare", {"--mount", "--propagation", "private", "sh", "-c",
                                        "mount -t tmpfs tmpfs /var/log && exec \"$0\"", probe}, e);
         const auto setGid = answers(r.second);
         QFile::remove(userConf);
