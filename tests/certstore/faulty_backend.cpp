@@ -1,7 +1,7 @@
 // A backing PKCS#11 module for tests of libzorvik-cryptoki: the module named by
-// FAULTY_BACKEND_TARGET (SoftHSM2) behind it, with faults a test switches on through
-// faulty_backend_set(). It counts the calls under way inside it and notes a C_Finalize that
-// arrives while any is.
+// FAULTY_BACKEND_TARGET (SoftHSM2) behind it, with faults a test switches on through the
+// faulty_backend_* calls (faultyBackend() in certstore_helpers.h). It counts the calls under way inside it and notes
+// a C_Finalize that arrives while any is.
 #include <p11-kit/pkcs11.h>
 
 #include <dlfcn.h>
@@ -20,35 +20,13 @@ namespace {
 
 CK_FUNCTION_LIST* target = nullptr;
 CK_FUNCTION_LIST table;
-std::atomic<int> growSlotListOnce{0};
-std::atomic<int> slowTokenInfoMs{0};
-std::atomic<int> callsInFlight{0};
-std::atomic<int> finalizedUnderCalls{0};
+std::atomic<int> growSlotListOnce{0}, slowTokenInfoMs{0}, callsInFlight{0}, finalizedUnderCalls{0};
 
 struct InFlight
 {
     InFlight() { ++callsInFlight; }
     ~InFlight() { --callsInFlight; }
 };
-
-CK_RV getSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR list, CK_ULONG_PTR count)
-{
-    InFlight call;
-    // A slot came between the caller's count and this listing.
-    if (list && growSlotListOnce.exchange(0)) {
-        *count += 1;
-        return CKR_BUFFER_TOO_SMALL;
-    }
-    return target->C_GetSlotList(tokenPresent, list, count);
-}
-
-CK_RV getTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info)
-{
-    InFlight call;
-    if (const int ms = slowTokenInfoMs.load())
-        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-    return target->C_GetTokenInfo(slot, info);
-}
 
 // A pause point in the middle of an operation: the Nth object created or destroyed (or the
 // Nth search started) waits until the test releases it, having pulled the key or stopped
@@ -71,6 +49,23 @@ CK_RV pausePoint(int kind)
         pulled = releaseAsPulled;
     }
     return pulled && kind == AtWrite ? CKR_DEVICE_REMOVED : CKR_OK;
+}
+
+CK_RV getSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR list, CK_ULONG_PTR count)
+{
+    InFlight call;
+    if (list && growSlotListOnce.exchange(0)) { // a slot came between the count and this listing
+        *count += 1;
+        return CKR_BUFFER_TOO_SMALL;
+    }
+    return target->C_GetSlotList(tokenPresent, list, count);
+}
+
+CK_RV getTokenInfo(CK_SLOT_ID slot, CK_TOKEN_INFO_PTR info)
+{
+    InFlight call;
+    std::this_thread::sleep_for(std::chrono::milliseconds(slowTokenInfoMs.load()));
+    return target->C_GetTokenInfo(slot, info);
 }
 
 CK_RV findObjectsInit(CK_SESSION_HANDLE s, CK_ATTRIBUTE_PTR templ, CK_ULONG count)
@@ -96,8 +91,7 @@ CK_RV destroyObject(CK_SESSION_HANDLE s, CK_OBJECT_HANDLE object)
 
 CK_RV finalize(CK_VOID_PTR reserved)
 {
-    if (callsInFlight.load() > 0)
-        ++finalizedUnderCalls;
+    finalizedUnderCalls += callsInFlight.load() > 0;
     return target->C_Finalize(reserved);
 }
 
@@ -137,33 +131,31 @@ EXPORT CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
     return CKR_OK;
 }
 
-EXPORT void faulty_backend_set(int growSlotList, int slowTokenInfo)
+// The faults: a slot appears once between a count and its listing; each look at the token
+// takes `slowTokenInfo` ms.
+EXPORT int faulty_backend_set(int growSlotList, int slowTokenInfo)
 {
     growSlotListOnce = growSlotList;
     slowTokenInfoMs = slowTokenInfo;
+    return 0;
 }
 
-EXPORT int faulty_backend_calls_in_flight()
-{
-    return callsInFlight.load();
-}
+EXPORT int faulty_backend_calls_in_flight() { return callsInFlight.load(); }
 
-EXPORT int faulty_backend_finalized_under_calls()
-{
-    return finalizedUnderCalls.load();
-}
+EXPORT int faulty_backend_finalized_under_calls() { return finalizedUnderCalls.load(); }
 
-// Arms the pause point before the `nth` call of a kind (0: object created or destroyed,
-// 1: search started) from now on; 0 disarms it and plugs the key back.
-EXPORT void faulty_backend_pause_at(int kind, int nth)
+// Arms the pause point before the `nth` call of a kind (AtWrite, AtFind) from now on; 0
+// disarms it and plugs the key back.
+EXPORT int faulty_backend_pause_at(int kind, int nth)
 {
     std::lock_guard<std::mutex> lock(pauseMutex);
     pauseKind = kind;
     callsUntilPause = nth;
     pulled = false;
+    return 0;
 }
 
-// Waits up to `ms` for a call to reach the pause point; true when one waits there.
+// Waits up to `ms` for a call to reach the pause point; 1 when one waits there.
 EXPORT int faulty_backend_wait_for_pause(int ms)
 {
     std::unique_lock<std::mutex> lock(pauseMutex);
@@ -171,12 +163,11 @@ EXPORT int faulty_backend_wait_for_pause(int ms)
 }
 
 // Lets the paused call (if any) go on; `asPulled`: as on a card that has gone.
-EXPORT void faulty_backend_release(int asPulled)
+EXPORT int faulty_backend_release(int asPulled)
 {
     std::lock_guard<std::mutex> lock(pauseMutex);
-    if (!waiting)
-        return;
-    released = true;
+    released = waiting;
     releaseAsPulled = asPulled != 0;
     pauseChanged.notify_all();
+    return 0;
 }

@@ -1,14 +1,15 @@
 // The certificate store without a card: libzorvik-cryptoki over a private SoftHSM2 token
-// (ZORVIK_CRYPTOKI_NO_CARDS; this process's PC/SC client points at a socket where no service
-// listens), called the way the dashboard calls it, and the dashboard's side over it:
-// CryptokiInterface, CryptokiStorage, the PKCS#12 reader and the PIN prompt.
+// (ZORVIK_CRYPTOKI_NO_CARDS; the PC/SC clients point at a socket where no service listens),
+// called the way the dashboard calls it and loaded by the programs that use PKCS#11 modules
+// (NSS, OpenVPN, pkcs11-tool), and the dashboard's side over it: CryptokiInterface,
+// CryptokiStorage, the PKCS#12 reader and the PIN prompt.
 #include <QtTest>
 
 #include <QDialog>
 
 #include <openssl/evp.h>
 
-#include <dlfcn.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +18,7 @@
 #include <thread>
 
 #include "certificate_storage.h"
+#include "certstore_helpers.h"
 #include "cryptoki_interface.h"
 #include "modal_seam.h"
 #include "softhsm_token.h"
@@ -40,10 +42,8 @@ QList<Listed> listObjects()
 {
     ZorvikPublicTokenData* data = nullptr;
     QList<Listed> out;
-    if (C_GetPublicTokenData(0, &data) != CKR_OK || !data)
-        return out;
     const auto bytes = [](const unsigned char* p, uint32_t n) { return QByteArray(reinterpret_cast<const char*>(p), int(n)); };
-    for (int i = 0; i < data->count; ++i) {
+    for (int i = 0; C_GetPublicTokenData(0, &data) == CKR_OK && data && i < data->count; ++i) {
         const ZorvikPublicObject* o = data->objects[i];
         if (o->index != i)
             return {};
@@ -52,15 +52,6 @@ QList<Listed> listObjects()
                       o->label ? QString::fromUtf8(bytes(o->label->text, o->label->length)) : QString()};
     }
     return out;
-}
-
-QList<QByteArray> certificateIds()
-{
-    QList<QByteArray> ids;
-    for (const Listed& l : listObjects())
-        if (l.type == ZORVIK_OBJECT_CERTIFICATE)
-            ids << l.id;
-    return ids;
 }
 
 CK_RV importCert(const QByteArray& name, const QByteArray& der, const QList<QByteArray>& parts)
@@ -79,6 +70,11 @@ CK_RV removeId(const QByteArray& id)
     return C_RemoveContainerByID(0, reinterpret_cast<const unsigned char*>(id.constData()), CK_ULONG(id.size()));
 }
 
+CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, QByteArray pin)
+{
+    return C_Login(session, user, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()), CK_ULONG(pin.size()));
+}
+
 // The dashboard's sequence: session on slot 1, token password, user login, then `action`.
 CK_RV asDashboard(const QByteArray& pin, const std::function<CK_RV()>& action = [] { return CKR_OK; })
 {
@@ -87,13 +83,9 @@ CK_RV asDashboard(const QByteArray& pin, const std::function<CK_RV()>& action = 
     if (rv != CKR_OK)
         return rv;
     rv = C_SetTokenPassword(0, pin.constData(), CK_ULONG(pin.size()));
-    if (rv == CKR_OK) {
-        rv = C_Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>(pin.constData())),
-                     CK_ULONG(pin.size()));
-        if (rv == CKR_OK) {
-            rv = action();
-            C_Logout(session);
-        }
+    if (rv == CKR_OK && (rv = login(session, CKU_USER, pin)) == CKR_OK) {
+        rv = action();
+        C_Logout(session);
     }
     C_CloseSession(session);
     return rv;
@@ -104,43 +96,10 @@ CK_RV importAsDashboard(const TestCredential& c, const QByteArray& name)
     return asDashboard(kPin, [&] { return importCert(name, c.certificateDer(), c.rsaParts()); });
 }
 
-// The control calls of faulty_backend.cpp, once the module has loaded it.
-struct FaultyBackend
-{
-    void (*set)(int growSlotListOnce, int slowTokenInfoMs) = nullptr;
-    int (*callsInFlight)() = nullptr;
-    int (*finalizedUnderCalls)() = nullptr;
-
-    bool resolve()
-    {
-        void* handle = dlopen(FAULTY_BACKEND, RTLD_NOW | RTLD_NOLOAD);
-        if (!handle)
-            return false;
-        set = reinterpret_cast<decltype(set)>(dlsym(handle, "faulty_backend_set"));
-        callsInFlight = reinterpret_cast<decltype(callsInFlight)>(dlsym(handle, "faulty_backend_calls_in_flight"));
-        finalizedUnderCalls =
-            reinterpret_cast<decltype(finalizedUnderCalls)>(dlsym(handle, "faulty_backend_finalized_under_calls"));
-        dlclose(handle);
-        return set && callsInFlight && finalizedUnderCalls;
-    }
-};
-
 SecretPtr secret(const char* text)
 {
     return shareSecret(SecretBytes::fromText(QString::fromUtf8(text)));
 }
-
-// The order in which an interface answered.
-struct Answers : QObject
-{
-    explicit Answers(CryptokiInterface* ci)
-    {
-        connect(ci, &CryptokiInterface::importFinished, this, [this] { events << "finished"; });
-        connect(ci, &CryptokiInterface::error, this,
-                [this](const QString& message, int index) { events << QString("error %1: %2").arg(index).arg(message); });
-    }
-    QStringList events;
-};
 
 } // namespace
 
@@ -151,15 +110,14 @@ class TestCryptokiWithoutCard : public QObject
     TestHome home_;
     std::unique_ptr<SoftHsmToken> token_;
 
-    // A fresh token; the module initialised over it unless the dashboard's interface will.
-    void freshToken(bool initialize = true)
+    // A fresh token with the module initialised over it.
+    void freshToken()
     {
         C_Finalize(nullptr);
         token_ = std::make_unique<SoftHsmToken>("Vantrel", kPin);
         QVERIFY2(token_->isValid(), qPrintable(token_->errorText()));
         token_->apply(true);
-        if (initialize)
-            QCOMPARE(C_Initialize(nullptr), CKR_OK);
+        QCOMPARE(C_Initialize(nullptr), CKR_OK);
     }
 
     // Objects under `id` as SoftHSM2 itself holds them (private keys included).
@@ -171,14 +129,22 @@ class TestCryptokiWithoutCard : public QObject
         return out.count("ID:         " + QString::fromLatin1(id.toHex()));
     }
 
-    void overFaultyBackend(FaultyBackend* faults)
+    void overFaultyBackend()
     {
         C_Finalize(nullptr);
         qputenv("FAULTY_BACKEND_TARGET", SoftHsmToken::backendPath().toLocal8Bit());
         qputenv("ZORVIK_CRYPTOKI_BACKEND", FAULTY_BACKEND);
         QCOMPARE(C_Initialize(nullptr), CKR_OK);
-        QVERIFY(faults->resolve());
-        faults->set(0, 0);
+        QCOMPARE(faultyBackend("faulty_backend_set", 0, 0), 0);
+    }
+
+    void withConf(const QByteArray& text, const std::function<void(const QString&)>& body)
+    {
+        QTemporaryFile conf;
+        QVERIFY(conf.open() && conf.write(text) == text.size() && conf.flush());
+        qputenv("ZORVIK_CRYPTOKI_CONF", conf.fileName().toLocal8Bit());
+        body(conf.fileName());
+        qunsetenv("ZORVIK_CRYPTOKI_CONF");
     }
 
 private slots:
@@ -202,34 +168,21 @@ private slots:
         QStringList logs{home_.userLog()};
         for (const QFileInfo& f : QDir(home_.systemLogDir()).entryInfoList(QDir::Files))
             logs << f.filePath();
-        for (const QString& path : logs) {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            QVERIFY2(!file.readAll().contains(kPin), qPrintable("a PIN reached " + path));
-        }
+        for (const QString& path : logs)
+            QVERIFY2(!readFile(path).contains(kPin), qPrintable("a PIN reached " + path));
     }
 
+    // The token's slot, as programs that take the first slot with a token find it and show it
+    // (the token's label and the slot number the dashboard uses are met by NSS and pkcs11-tool below).
     void slotsOfTheKey()
     {
         QCOMPARE(C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
-        CK_ULONG n = 0;
-        CK_SLOT_ID slot = 0;
-        n = 1;
-        QCOMPARE(C_GetSlotList(CK_TRUE, &slot, &n), CKR_OK);
-        QCOMPARE(n, CK_ULONG(1));
-        QCOMPARE(slot, CK_SLOT_ID(ZORVIK_CRYPTOKI_SLOT));
-        CK_TOKEN_INFO info{};
-        QCOMPARE(C_GetTokenInfo(1, &info), CKR_OK);
-        QCOMPARE(QByteArray(reinterpret_cast<char*>(info.label), 32).trimmed(), QByteArray("Vantrel"));
         CK_SLOT_INFO slotInfo{};
         QCOMPARE(C_GetSlotInfo(1, &slotInfo), CKR_OK);
         QCOMPARE(slotInfo.flags & (CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE), CK_FLAGS(CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE));
-
+        QCOMPARE(QByteArray(reinterpret_cast<char*>(slotInfo.slotDescription), 64).trimmed(), QByteArray("Zorvik Vantrel"));
         // The dashboard names slot 0 in the vendor calls and opens its sessions on slot 1.
-        QCOMPARE(C_GetAvailableTokensCount(), CK_ULONG(1));
         ZorvikPublicTokenData* data = nullptr;
-        QCOMPARE(C_GetPublicTokenData(0, &data), CKR_OK);
-        QCOMPARE(data->count, 0);
         QCOMPARE(C_GetPublicTokenData(7, &data), CKR_SLOT_ID_INVALID);
         CK_SESSION_HANDLE session = 0;
         QCOMPARE(C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_SLOT_ID_INVALID);
@@ -237,10 +190,13 @@ private slots:
         QCOMPARE(C_CloseSession(session), CKR_OK);
         QCOMPARE(C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
         // Nothing comes or goes without a card event.
+        CK_SLOT_ID slot = 0;
         QCOMPARE(C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
     }
 
-    void listingAndImport()
+    // Each certificate listed with its key pair; the stored private key signs and cannot be
+    // taken off the token.
+    void importListAndSign()
     {
         const TestCredential alice = TestCredential::make("Alice Example");
         TestCredential::Options o;
@@ -249,9 +205,7 @@ private slots:
         const TestCredential bob = TestCredential::make(o);
         QCOMPARE(importAsDashboard(alice, "Alice at work"), CKR_OK);
         QCOMPARE(importAsDashboard(bob, "Bob"), CKR_OK);
-
-        // Without a login: each certificate followed by its key pair.
-        const QList<Listed> objects = listObjects();
+        const QList<Listed> objects = listObjects(); // without a login
         QCOMPARE(objects.size(), 4);
         for (const TestCredential* c : {&alice, &bob}) {
             const int at = objects[0].id == c->moduleId() ? 0 : 2;
@@ -270,22 +224,15 @@ private slots:
                                          bob.moduleId().toHex().toUpper()));
         QVERIFY(!token_->load(TestCredential::make("Carol"), "Carol").isEmpty());
         QCOMPARE(listObjects().size(), 6);
-    }
 
-    // The private key stored from the parts (with its derived private exponent) signs, and
-    // cannot be taken off the token.
-    void importedKeyWorks()
-    {
-        const TestCredential cred = TestCredential::make("Signer");
-        QCOMPARE(importAsDashboard(cred, "Signer"), CKR_OK);
         CK_SESSION_HANDLE s = 0;
         QCOMPARE(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &s), CKR_OK);
-        QByteArray pin(kPin), id = cred.moduleId(), message("the quick brown fox"), signature(512, '\0');
-        QCOMPARE(C_Login(s, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()), pin.size()), CKR_OK);
+        QCOMPARE(login(s, CKU_USER, kPin), CKR_OK);
+        QByteArray id = alice.moduleId(), message("the quick brown fox"), signature(512, '\0');
         CK_OBJECT_CLASS cls = CKO_PRIVATE_KEY;
         CK_ATTRIBUTE templ[] = {{CKA_CLASS, &cls, sizeof cls}, {CKA_ID, id.data(), CK_ULONG(id.size())}};
         CK_OBJECT_HANDLE key = 0;
-        CK_ULONG found = 0;
+        CK_ULONG found = 0, sigLen = signature.size();
         QCOMPARE(C_FindObjectsInit(s, templ, 2), CKR_OK);
         QCOMPARE(C_FindObjects(s, &key, 1, &found), CKR_OK);
         QCOMPARE(C_FindObjectsFinal(s), CKR_OK);
@@ -295,18 +242,13 @@ private slots:
         QCOMPARE(C_GetAttributeValue(s, key, &ext, 1), CKR_OK);
         QCOMPARE(extractable, CK_BBOOL(CK_FALSE));
         CK_MECHANISM mech{CKM_SHA256_RSA_PKCS, nullptr, 0};
-        CK_ULONG sigLen = signature.size();
         QCOMPARE(C_SignInit(s, &mech, key), CKR_OK);
-        QCOMPARE(C_Sign(s, reinterpret_cast<CK_BYTE_PTR>(message.data()), message.size(),
-                        reinterpret_cast<CK_BYTE_PTR>(signature.data()), &sigLen),
-                 CKR_OK);
-        C_Logout(s);
+        const auto bytes = [](QByteArray& b) { return reinterpret_cast<CK_BYTE_PTR>(b.data()); };
+        QCOMPARE(C_Sign(s, bytes(message), message.size(), bytes(signature), &sigLen), CKR_OK);
         C_CloseSession(s);
         std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-        QCOMPARE(EVP_DigestVerifyInit(ctx.get(), nullptr, EVP_sha256(), nullptr, cred.key()), 1);
-        QCOMPARE(EVP_DigestVerify(ctx.get(), reinterpret_cast<const unsigned char*>(signature.constData()), sigLen,
-                                  reinterpret_cast<const unsigned char*>(message.constData()), message.size()),
-                 1);
+        QCOMPARE(EVP_DigestVerifyInit(ctx.get(), nullptr, EVP_sha256(), nullptr, alice.key()), 1);
+        QCOMPARE(EVP_DigestVerify(ctx.get(), bytes(signature), sigLen, bytes(message), message.size()), 1);
     }
 
     void importRefusesWhatCannotBeStored()
@@ -342,8 +284,7 @@ private slots:
     // possibly inside a character: the label keeps whole characters. No name: the CN.
     void labels()
     {
-        const QByteArray utf8 = QString::fromUtf8("Ångström").toUtf8();
-        QCOMPARE(importAsDashboard(TestCredential::make("Zoe"), utf8.left(8)), CKR_OK);
+        QCOMPARE(importAsDashboard(TestCredential::make("Zoe"), QString::fromUtf8("Ångström").toUtf8().left(8)), CKR_OK);
         QCOMPARE(importAsDashboard(TestCredential::make(QString::fromUtf8("Jürgen Common")), QByteArray()), CKR_OK);
         QStringList labels;
         for (const Listed& l : listObjects())
@@ -374,11 +315,8 @@ private slots:
     void wrongAndLockedPin()
     {
         // Three wrong PINs in a row; a right one in between starts anew.
-        QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
-        QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
-        QCOMPARE(asDashboard(kPin), CKR_OK);
-        QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
-        QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
+        for (const char* pin : {"0000", "0000", kPin, "0000", "0000"})
+            QCOMPARE(asDashboard(pin), pin == kPin ? CKR_OK : CKR_PIN_INVALID);
         CK_TOKEN_INFO info{};
         QCOMPARE(C_GetTokenInfo(1, &info), CKR_OK);
         QVERIFY(info.flags & CKF_USER_PIN_FINAL_TRY);
@@ -390,29 +328,21 @@ private slots:
         QCOMPARE(C_GetTokenInfo(1, &info), CKR_OK);
         QVERIFY(info.flags & CKF_USER_PIN_LOCKED);
         QCOMPARE(asDashboard(kPin, [] { return removeId(QByteArray(20, 'x')); }), CKR_PIN_LOCKED);
-
         // The security officer sets a new user PIN, which unlocks.
         CK_SESSION_HANDLE s = 0;
         QCOMPARE(C_OpenSession(1, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &s), CKR_OK);
-        QByteArray so = token_->soPin().toLatin1(), fresh("13579");
-        QCOMPARE(C_Login(s, CKU_SO, reinterpret_cast<CK_UTF8CHAR_PTR>(so.data()), so.size()), CKR_OK);
-        QCOMPARE(C_InitPIN(s, reinterpret_cast<CK_UTF8CHAR_PTR>(fresh.data()), fresh.size()), CKR_OK);
-        C_Logout(s);
+        QCOMPARE(login(s, CKU_SO, token_->soPin().toLatin1()), CKR_OK);
+        QCOMPARE(C_InitPIN(s, reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>("13579")), 5), CKR_OK);
         C_CloseSession(s);
-        QCOMPARE(asDashboard(fresh), CKR_OK);
-
+        QCOMPARE(asDashboard("13579"), CKR_OK);
         // "pin-retries = 0" leaves the counting to the backend; unknown lines are logged.
-        QTemporaryFile conf;
-        QVERIFY(conf.open());
-        conf.write("pin-retries = 0\nfrobnicate = yes\n");
-        conf.flush();
-        qputenv("ZORVIK_CRYPTOKI_CONF", conf.fileName().toLocal8Bit());
-        freshToken();
-        qunsetenv("ZORVIK_CRYPTOKI_CONF");
-        for (int i = 0; i < 4; ++i)
-            QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
-        QCOMPARE(asDashboard(kPin), CKR_OK);
-        QVERIFY(home_.readLog().contains(conf.fileName() + ":2: not understood, line ignored"));
+        withConf("pin-retries = 0\nfrobnicate = yes\n", [&](const QString& conf) {
+            freshToken();
+            for (int i = 0; i < 4; ++i)
+                QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
+            QCOMPARE(asDashboard(kPin), CKR_OK);
+            QVERIFY(home_.readLog().contains(conf + ":2: not understood, line ignored"));
+        });
     }
 
     void noVantrelNoToken()
@@ -447,17 +377,13 @@ private slots:
         QCOMPARE(C_GetPublicTokenData(0, &data), CKR_CRYPTOKI_NOT_INITIALIZED);
         // From a configuration file, a file that is no PKCS#11 module; then the module itself.
         qunsetenv("ZORVIK_CRYPTOKI_BACKEND");
-        QTemporaryFile conf;
-        QVERIFY(conf.open());
-        conf.write("backend = /usr/lib/x86_64-linux-gnu/libc.so.6\n");
-        conf.flush();
-        qputenv("ZORVIK_CRYPTOKI_CONF", conf.fileName().toLocal8Bit());
-        QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
-        QVERIFY(home_.readLog().contains("(" + conf.fileName() + "): it exports no C_GetFunctionList"));
-        qputenv("ZORVIK_CRYPTOKI_BACKEND", SoftHsmToken::modulePath().toLocal8Bit());
-        QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
-        QVERIFY(home_.readLog().contains("it is this module itself"));
-        qunsetenv("ZORVIK_CRYPTOKI_CONF");
+        withConf("backend = /usr/lib/x86_64-linux-gnu/libc.so.6\n", [&](const QString& conf) {
+            QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
+            QVERIFY(home_.readLog().contains("(" + conf + "): it exports no C_GetFunctionList"));
+            qputenv("ZORVIK_CRYPTOKI_BACKEND", SoftHsmToken::modulePath().toLocal8Bit());
+            QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
+            QVERIFY(home_.readLog().contains("it is this module itself"));
+        });
         // Back to a working backend in the same process.
         token_->apply(true);
         QCOMPARE(C_Initialize(nullptr), CKR_OK);
@@ -468,37 +394,34 @@ private slots:
     // woken, and the backing module is finalised only once no call is left inside it.
     void finalizeWaitsForCallsUnderWay()
     {
-        FaultyBackend faults;
-        overFaultyBackend(&faults);
-        faults.set(0, 300); // every look at the token stays 300 ms inside the backing module
+        overFaultyBackend();
+        faultyBackend("faulty_backend_set", 0, 300); // every look at the token takes 300 ms
         std::atomic<CK_RV> waited{CKR_OK};
         std::thread waiter([&] {
             CK_SLOT_ID slot = 0;
             waited = C_WaitForSlotEvent(0, &slot, nullptr);
         });
-        QTRY_VERIFY(faults.callsInFlight() > 0);
+        QTRY_VERIFY(faultyBackend("faulty_backend_calls_in_flight") > 0);
         QCOMPARE(C_Finalize(nullptr), CKR_OK);
         waiter.join();
         QCOMPARE(waited.load(), CKR_CRYPTOKI_NOT_INITIALIZED);
-        QCOMPARE(faults.finalizedUnderCalls(), 0);
+        QCOMPARE(faultyBackend("faulty_backend_finalized_under_calls"), 0);
     }
 
     // A slot that appears between the backing module's count and its listing is no reason to
     // think the key's token gone.
     void slotListingThatGrowsKeepsSessions()
     {
-        FaultyBackend faults;
-        overFaultyBackend(&faults);
+        overFaultyBackend();
         CK_SESSION_HANDLE session = 0;
         QCOMPARE(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
-        faults.set(1, 0);
+        faultyBackend("faulty_backend_set", 1, 0);
         CK_ULONG n = 0;
         QCOMPARE(C_GetSlotList(CK_TRUE, nullptr, &n), CKR_OK);
         QCOMPARE(n, CK_ULONG(1));
         CK_SESSION_INFO info{};
         QCOMPARE(C_GetSessionInfo(session, &info), CKR_OK);
         QVERIFY(!home_.readLog().contains("the key's token is gone"));
-        C_CloseSession(session);
         C_Finalize(nullptr);
         qunsetenv("ZORVIK_CRYPTOKI_BACKEND");
     }
@@ -530,22 +453,125 @@ private slots:
             path = state.filePath(counters.first());
         }
         const QString decoy = home_.path() + "/decoy";
-        QFile::remove(decoy);
-        QFile d(decoy);
-        QVERIFY(d.open(QIODevice::WriteOnly) && d.write("1\n") == 2);
-        d.close();
-        QVERIFY(QFile::remove(path));
+        QVERIFY(writeFile(decoy, "1\n") && QFile::remove(path));
         if (link)
             QVERIFY(QFile::link(decoy, path));
         else
             QVERIFY(QFile::copy(decoy, path) && ::chown(QFile::encodeName(path).constData(), 65534, 65534) == 0);
         QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
-        QFile written(link ? decoy : path);
-        QVERIFY(written.open(QIODevice::ReadOnly));
-        QCOMPARE(written.readAll(), QByteArray("1\n"));
+        QCOMPARE(readFile(link ? decoy : path), QByteArray("1\n"));
         QFile::remove(path);
         if (counter)
             QVERIFY(home_.readLog().contains("is a link or not our own file; it is left alone"));
+    }
+
+    // NSS, OpenVPN and OpenSC's pkcs11-tool load the module from the build tree and find the
+    // key's certificates; its private keys only after a login.
+    void otherProgramsUseTheModule()
+    {
+        TestCredential::Options o;
+        o.organizations = QStringList{"Zorvik Test"};
+        QString ids[2], out;
+        for (const QString name : {"Alice", "Bob"}) {
+            o.commonName = name + " Tools";
+            ids[name == "Bob"] = token_->load(TestCredential::make(o), name);
+        }
+        QCOMPARE(token_->pkcs11Tool({"--list-objects"}, &out), 0);
+        QCOMPARE(out.count("Certificate Object; type = X.509 cert"), 2);
+        QCOMPARE(out.count("Public Key Object; RSA 2048 bits"), 2);
+        QVERIFY2(out.contains("subject:    DN: CN=Alice Tools, O=Zorvik Test"), qPrintable(out));
+        QCOMPARE(out.count("ID:         " + ids[0]), 2);
+        QCOMPARE(out.count("ID:         " + ids[1]), 2);
+        QVERIFY(!out.contains("Private Key Object"));
+        QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out), 0);
+        QCOMPARE(out.count("Private Key Object; RSA"), 2);
+
+        // The identifier OpenVPN keeps in users' configurations names our token and the key's ID.
+        const QProcessEnvironment env = token_->environment(true);
+        auto r = runTool("openvpn", {"--show-pkcs11-ids", SoftHsmToken::modulePath()}, env);
+        QVERIFY2(r.second.contains(QRegularExpression("Serialized id:\\s+Zorvik/Vantrel/[0-9a-f]+/Vantrel/" + ids[0],
+                                                      QRegularExpression::CaseInsensitiveOption)),
+                 qPrintable(r.second));
+        // NSS reads the certificates through it: nickname "<token>:<label>". (Registering the
+        // module with NSS is the integrations' test.)
+        const QString db = "sql:" + home_.path() + "/nssdb";
+        QDir().mkpath(home_.path() + "/nssdb");
+        QCOMPARE(runTool("certutil", {"-N", "-d", db, "--empty-password"}, env).first, 0);
+        r = runTool("modutil", {"-dbdir", db, "-add", "Zorvik Cryptoki", "-libfile", SoftHsmToken::modulePath(), "-force"}, env);
+        QVERIFY2(r.first == 0 && r.second.contains("added to database"), qPrintable(r.second));
+        r = runTool("certutil", {"-L", "-d", db, "-h", "all"}, env);
+        QVERIFY2(r.second.contains("Vantrel:Alice") && r.second.contains("Vantrel:Bob"), qPrintable(r.second));
+    }
+
+    // Three wrong PINs, each in a process of its own, lock the PIN for the next process;
+    // SoftHSM2 itself never locked.
+    void pinLockHoldsAcrossProcesses()
+    {
+        QString out;
+        for (int i = 0; i < 3; ++i) {
+            QVERIFY(token_->pkcs11Tool({"--login", "--pin", "00000000", "--list-objects"}, &out) != 0);
+            QVERIFY2(out.contains("CKR_PIN_INVALID"), qPrintable(out));
+        }
+        QVERIFY(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out) != 0);
+        QVERIFY2(out.contains("CKR_PIN_LOCKED"), qPrintable(out));
+        QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out, false), 0);
+    }
+
+    void setGidProgramIgnoresTheUsersEnvironment_data()
+    {
+        QTest::addColumn<QString>("namedBy");
+        QTest::newRow("backend variable") << "ZORVIK_CRYPTOKI_BACKEND";
+        QTest::newRow("configuration variable") << "ZORVIK_CRYPTOKI_CONF";
+        QTest::newRow("per-user configuration") << "XDG_CONFIG_HOME";
+    }
+
+    // The module inside a set-gid program (a root OpenVPN, a PAM stack) takes no code and no
+    // paths from the user who started it: SoftHSM2 named in the user's environment is loaded by
+    // a plain run of the probe, never by its set-gid copy, which logs to the system log only.
+    void setGidProgramIgnoresTheUsersEnvironment()
+    {
+        QFETCH(QString, namedBy);
+        if (::geteuid() != 0)
+            QSKIP("making a set-gid program of another group needs root");
+        const QString probe = home_.path() + "/setgid/cryptoki_env_probe";
+        if (!QFile::exists(probe)) {
+            QVERIFY(QDir().mkpath(home_.path() + "/setgid") && QFile::copy(CRYPTOKI_ENV_PROBE, probe));
+            QCOMPARE(::chown(QFile::encodeName(probe).constData(), 0, 65534), 0);
+            QCOMPARE(::chmod(QFile::encodeName(probe).constData(), 02755), 0);
+        }
+        QProcessEnvironment e = token_->environment(true);
+        const QString conf = home_.path() + "/named-backend.conf";
+        const QString userConf = e.value("XDG_CONFIG_HOME") + "/zorvik/cryptoki.conf";
+        QVERIFY(writeFile(namedBy == "XDG_CONFIG_HOME" ? userConf : conf,
+                          "backend = " + SoftHsmToken::backendPath().toUtf8() + "\n"));
+        if (namedBy != "ZORVIK_CRYPTOKI_BACKEND")
+            e.remove("ZORVIK_CRYPTOKI_BACKEND");
+        if (namedBy == "ZORVIK_CRYPTOKI_CONF")
+            e.insert("ZORVIK_CRYPTOKI_CONF", conf);
+        // The probe's "name=value" lines.
+        const auto answers = [](const QString& output) {
+            QMap<QString, QString> values;
+            for (const QString& line : output.split('\n'))
+                if (line.indexOf('=') > 0)
+                    values[line.section('=', 0, 0)] = line.section('=', 1);
+            return values;
+        };
+        const auto plain = answers(runTool(CRYPTOKI_ENV_PROBE, {}, e).second);
+        // Its own mount namespace keeps the set-gid run's system log off the machine's /var/log.
+        const auto r = runTool("unshare", {"--mount", "--propagation", "private", "sh", "-c",
+                                       "mount -t tmpfs tmpfs /var/log && exec \"$0\"", probe}, e);
+        const auto setGid = answers(r.second);
+        QFile::remove(userConf);
+        QCOMPARE(plain.value("softhsm"), QString("1"));
+        QCOMPARE(plain.value("tokens"), QString("1"));
+        QCOMPARE(plain.value("user_log"), home_.userLog());
+        if (!setGid.contains("softhsm") && (r.second.startsWith("unshare:") || r.second.startsWith("mount:")))
+            QSKIP(qPrintable("no private mount namespace here: " + r.second));
+        QVERIFY2(setGid.contains("softhsm"), qPrintable(r.second));
+        QCOMPARE(setGid.value("softhsm"), QString("0"));
+        QCOMPARE(setGid.value("tokens"), QString("0"));
+        QCOMPARE(setGid.value("user_log"), QString());
+        QCOMPARE(setGid.value("system_log"), QString("/var/log/zorvik/dashboard.log"));
     }
 
     // The dashboard's side from here on.
@@ -571,66 +597,13 @@ private slots:
         QTEST(item.RSALength(), "bits");
     }
 
-    void errorTextsOutsideTheTable()
+    // Codes without a text of their own (the backend's own wrong-PIN code among them) name the
+    // code in hexadecimal; what was typed at the PIN prompt, outside Latin-1 too, reaches the
+    // module as UTF-8.
+    void codesAndPinPrompt()
     {
-        // Codes without a text of their own, the backend's own wrong-PIN code among them, name
-        // the code in hexadecimal.
         QVERIFY(CryptokiErrorString(170).endsWith("Contact support if the issue continues. Error code AA"));
         QVERIFY(CryptokiErrorString(160).endsWith("Error code A0"));
-    }
-
-    void extendedKeyUsages()
-    {
-        TestCredential::Options o;
-        o.extKeyUsages = QStringList{"clientAuth", "1.3.6.1.4.1.99999.1"};
-        QCOMPARE(CryptokiStorage::getEKU(TestCredential::make(o).certificateDer()),
-                 QString("TLS Web Client Authentication;1.3.6.1.4.1.99999.1"));
-        QCOMPARE(CryptokiStorage::getEKU(TestCredential::make("No EKU").certificateDer()), QString("Invalid certificate"));
-    }
-
-    void readingPkcs12()
-    {
-        const TestCredential c = TestCredential::make("P12 Holder");
-        const QString dir = home_.path();
-        QVERIFY(c.writePkcs12(dir + "/open.p12", QString(), "Open Name"));
-        QVERIFY(c.writePkcs12(dir + "/locked.p12", "s3cret", "Locked Name"));
-        QFile junk(dir + "/junk.p12");
-        QVERIFY(junk.open(QIODevice::WriteOnly) && junk.write("this is no PKCS#12 file") > 0);
-        junk.close();
-        QString error, name;
-        const auto read = [&](const QString& file) {
-            EVP_PKEY* key = nullptr;
-            X509* cert = nullptr;
-            error.clear();
-            const bool ok = CryptokiInterface::readP12(dir + file, &key, &cert, &name, nullptr, &error) && key && cert;
-            EVP_PKEY_free(key);
-            X509_free(cert);
-            return ok;
-        };
-        QVERIFY(read("/open.p12"));
-        QCOMPARE(name, QString("Open Name"));
-        QCOMPARE(ModalSeam::seen().size(), 0); // no password asked
-        ModalSeam::answer(QDialog::Accepted, "s3cret");
-        QVERIFY(read("/locked.p12"));
-        QCOMPARE(name, QString("Locked Name"));
-        ModalSeam::answer(QDialog::Accepted, "wrong");
-        QVERIFY(!read("/locked.p12"));
-        QCOMPARE(error, QString("Error reading file %1\nWrong password").arg(dir + "/locked.p12"));
-        // Cancelled, or nothing typed: a failure with nothing to show.
-        ModalSeam::answer(QDialog::Rejected, "s3cret");
-        QVERIFY(!read("/locked.p12") && error.isEmpty());
-        ModalSeam::answer(QDialog::Accepted, "");
-        QVERIFY(!read("/locked.p12") && error.isEmpty());
-        QVERIFY(!read("/junk.p12"));
-        QCOMPARE(error, QString("Error reading PKCS#12 file %1").arg(dir + "/junk.p12"));
-        QVERIFY(!read("/missing.p12"));
-        QCOMPARE(error, QString("Error opening file %1").arg(dir + "/missing.p12"));
-        QVERIFY(!home_.readLog().contains("s3cret"));
-    }
-
-    // What was typed, outside Latin-1 too, reaches the module as UTF-8.
-    void pinPromptHandsOverUtf8()
-    {
         QWidget watcher;
         SecretPtr pin;
         ModalSeam::answer(QDialog::Accepted, QString::fromUtf8("12\u20ac4"));
@@ -638,77 +611,77 @@ private slots:
         QCOMPARE(QByteArray(pin->data(), int(pin->size())), QByteArray("12\xe2\x82\xac" "4"));
     }
 
+    // The files the Certificates tab does not meet: a cancelled or empty password prompt ends
+    // quietly, a broken or missing file is named.
+    void pkcs12ThatCannotBeRead_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("answer"); // -1: no prompt
+        QTest::addColumn<QString>("password");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("cancelled") << "locked.p12" << int(QDialog::Rejected) << "s3cret" << QString();
+        QTest::newRow("no password") << "locked.p12" << int(QDialog::Accepted) << "" << QString();
+        QTest::newRow("no PKCS#12") << "junk.p12" << -1 << "" << "Error reading PKCS#12 file %1";
+        QTest::newRow("missing") << "missing.p12" << -1 << "" << "Error opening file %1";
+    }
+
+    void pkcs12ThatCannotBeRead()
+    {
+        QFETCH(QString, file);
+        QFETCH(int, answer);
+        QFETCH(QString, password);
+        QFETCH(QString, error);
+        const QString path = home_.path() + "/" + file;
+        QVERIFY(TestCredential::make("P12").writePkcs12(home_.path() + "/locked.p12", "s3cret", "x"));
+        QVERIFY(writeFile(home_.path() + "/junk.p12", "this is no PKCS#12 file"));
+        if (answer >= 0)
+            ModalSeam::answer(answer, password);
+        EVP_PKEY* key = nullptr;
+        X509* cert = nullptr;
+        QString shown = "unset", name;
+        QVERIFY(!CryptokiInterface::readP12(path, &key, &cert, &name, nullptr, &shown));
+        QCOMPARE(shown, error.isNull() ? QString() : error.arg(path));
+    }
+
     // "finished" comes before an error, and after it once the key was asked.
     void importAndRemovalThroughTheInterface()
     {
         C_Finalize(nullptr); // the interface initialises the module itself
         CryptokiInterface ci;
-        Answers answers(&ci);
-        const TestCredential c = TestCredential::make("Imported Person");
-        ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), secret(kPin), "Imported");
-        QCOMPARE(answers.events, QStringList{"finished"});
-        QCOMPARE(certificateIds(), QList<QByteArray>{c.moduleId()});
-        QVERIFY(home_.readLog().contains("Certificate installed successfully"));
-
+        QStringList events;
+        connect(&ci, &CryptokiInterface::importFinished, this, [&] { events << "finished"; });
+        connect(&ci, &CryptokiInterface::error, this,
+                [&](const QString& message, int index) { events << QString("error %1: %2").arg(index).arg(message); });
         const auto answered = [&](const std::function<void()>& action) {
-            answers.events.clear();
+            events.clear();
             action();
-            return answers.events;
+            return events;
         };
-        QCOMPARE(answered([&] { ci.importCertificateAndKeys(c.takeKey(), c.takeCertificate(), secret(kPin), "I"); }),
-                 QStringList({"finished", "error 2: Duplicate certificate"}));
+        const TestCredential c = TestCredential::make("Imported Person");
         const TestCredential d = TestCredential::make("Second Person");
-        QCOMPARE(answered([&] { ci.importCertificateAndKeys(d.takeKey(), d.takeCertificate(), secret("00000000"), "S"); }),
-                 QStringList({"finished", "error 2: Cannot login to token. Incorrect PIN", "finished"}));
-        TestCredential::Options o;
-        o.kind = TestCredential::Ec;
-        const TestCredential ec = TestCredential::make(o);
-        QCOMPARE(answered([&] { ci.importCertificateAndKeys(ec.takeKey(), ec.takeCertificate(), secret(kPin), "EC"); }),
-                 QStringList({"finished", "error 2: Incorrect key type = 408"}));
-        QCOMPARE(answered([&] { ci.importCertificateAndKeys(d.takeKey(), nullptr, secret(kPin), "x"); }),
-                 QStringList({"finished", "error 2: No certificate found"}));
-        const QStringList shortPin =
-            answered([&] { ci.importCertificateAndKeys(d.takeKey(), d.takeCertificate(), secret("12"), "x"); });
+        const auto import = [&](const TestCredential& who, const char* pin, bool withCert = true) {
+            return answered([&] { ci.importCertificateAndKeys(who.takeKey(), withCert ? who.takeCertificate() : nullptr, secret(pin), "I"); });
+        };
+        QCOMPARE(import(c, kPin), QStringList{"finished"});
+        QCOMPARE(listObjects().value(0).id, c.moduleId());
+        QVERIFY(home_.readLog().contains("Certificate installed successfully"));
+        QCOMPARE(import(c, kPin), QStringList({"finished", "error 2: Duplicate certificate"}));
+        QCOMPARE(import(d, "00000000"), QStringList({"finished", "error 2: Cannot login to token. Incorrect PIN", "finished"}));
+        QCOMPARE(import(d, kPin, false), QStringList({"finished", "error 2: No certificate found"}));
+        const QStringList shortPin = import(d, "12");
         QCOMPARE(shortPin.size(), 2);
         QVERIFY(shortPin[0].startsWith("error 2: Password error Your Vantrel does not appear to be responding"));
-        QCOMPARE(certificateIds().size(), 1);
+        QCOMPARE(listObjects().size(), 2);
 
-        QCOMPARE(answered([&] { ci.removeCertificate(c.moduleId(), secret("11111111")); }),
-                 QStringList{"error 2: Incorrect PIN"});
-        QCOMPARE(answered([&] { ci.removeCertificate(c.moduleId(), secret(kPin)); }), QStringList());
-        QVERIFY(certificateIds().isEmpty());
+        const auto remove = [&](const char* pin) { return answered([&] { ci.removeCertificate(c.moduleId(), secret(pin)); }); };
+        QCOMPARE(remove("11111111"), QStringList{"error 2: Incorrect PIN"});
+        QCOMPARE(remove(kPin), QStringList());
+        QVERIFY(listObjects().isEmpty());
         QVERIFY(home_.readLog().contains("Certificate deleted successfully"));
-        QCOMPARE(answered([&] { ci.removeCertificate(c.moduleId(), secret(kPin)); }),
-                 QStringList{"error 2: Cannot delete certificate. Object not found on key"});
+        QCOMPARE(remove(kPin), QStringList{"error 2: Cannot delete certificate. Object not found on key"});
         for (int i = 0; i < 3; ++i)
-            ci.removeCertificate(c.moduleId(), secret("11111111"));
-        QCOMPARE(answered([&] { ci.removeCertificate(c.moduleId(), secret(kPin)); }), QStringList{"error 2: Key blocked"});
-    }
-
-    // A listing asked for the moment the storage exists is answered (its worker may not have
-    // set up the module yet); it asks the key's status first, and there is no key here.
-    void storageRelaysOnItsThread()
-    {
-        C_Finalize(nullptr);
-        CryptokiStorage storage;
-        emit storage.getCertificates();
-        storage.working = true;
-        QSignalSpy finished(&storage, &CryptokiStorage::importFinished);
-        QSignalSpy errors(&storage, &CryptokiStorage::error);
-        QSignalSpy cannot(&storage, &CryptokiStorage::cannotGetCertificates);
-        QVERIFY(cannot.wait(20000));
-        QCOMPARE(cannot.first(), QVariantList({1, 0}));
-        QVERIFY(!storage.working);
-
-        const TestCredential c = TestCredential::make("Threaded");
-        storage.working = true;
-        storage.addCertificate(c.takeKey(), c.takeCertificate(), secret(kPin), "Threaded");
-        QVERIFY(finished.wait(20000));
-        QVERIFY(storage.working); // an import leaves it as it was
-        storage.removeCertificate(c.moduleId(), secret("99999999"));
-        QVERIFY(errors.wait(20000));
-        QCOMPARE(errors.first(), QVariantList({"Incorrect PIN", 2}));
-        QVERIFY(!storage.working);
+            remove("11111111");
+        QCOMPARE(remove(kPin), QStringList{"error 2: Key blocked"});
     }
 };
 
