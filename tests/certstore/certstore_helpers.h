@@ -3,19 +3,17 @@
 #include <QPair>
 #include <QProcess>
 
+#include "test_support.h"
+
 #include <dlfcn.h>
 
 // Runs a program to its end: its exit code (-1 when it did not run or crashed) and its output.
 inline QPair<int, QString> runTool(const QString& program, const QStringList& args,
                                       const QProcessEnvironment& env = QProcessEnvironment::systemEnvironment())
 {
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.setProcessChannelMode(QProcess::MergedChannels);
-    p.start(program, args);
-    if (!p.waitForStarted(10000) || !p.waitForFinished(120000) || p.exitStatus() != QProcess::NormalExit)
-        return {-1, program + " did not run: " + p.errorString() + "\n" + QString::fromLocal8Bit(p.readAll())};
-    return {p.exitCode(), QString::fromLocal8Bit(p.readAll())};
+    QByteArray output;
+    const int code = runProgram(program, args, &output, env);
+    return {code, QString::fromLocal8Bit(output)};
 }
 
 #ifdef FAULTY_BACKEND
