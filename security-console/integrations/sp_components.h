@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QThread>
 
+#include <atomic>
+
 class QWidget;
 
 namespace Json {
@@ -31,16 +33,17 @@ public:
     explicit SP_Components(QWidget* window);
 
     // Fields read by the window after componentsUpdated(). The initial values are the state
-    // shown before the first pass ends.
+    // shown before the first pass ends. The window may read them (and ask for the Thunderbird
+    // check) while a later pass is writing them on this thread: atomic.
     QString platform;
-    bool openVPNInstalled = false;
-    bool vaultryInstalled = true;
-    int firefoxState = 0;
-    int thunderbirdState = 0; // 0 not installed, 1 installed, 2 module registered
-    bool chromeFound = false;
-    bool cryptokiFound = true;
+    std::atomic<bool> openVPNInstalled{false};
+    std::atomic<bool> vaultryInstalled{true};
+    std::atomic<int> firefoxState{0};
+    std::atomic<int> thunderbirdState{0}; // 0 not installed, 1 installed, 2 module registered
+    std::atomic<bool> chromeFound{false};
+    std::atomic<bool> cryptokiFound{true};
     bool openVPNMark = false;
-    bool thunderbirdCheckRequested = true;
+    std::atomic<bool> thunderbirdCheckRequested{true};
     QWidget* window = nullptr;
     QString modutilPath;
 

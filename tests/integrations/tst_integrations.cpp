@@ -199,7 +199,7 @@ private slots:
         // No component error: the only box was the smart-card service's.
         QVERIFY2(startupDialogs.size() == 1, qPrintable(startupDialogs.join("\n")));
         SP_Components* components = window->componentsUpdater();
-        QCOMPARE(components->thunderbirdState, 2);
+        QCOMPARE(components->thunderbirdState.load(), 2);
         QVERIFY(!components->thunderbirdCheckRequested);
         const QString listing = run("modutil", {"-dbdir", "sql:" + thunderbirdProfile(), "-list"});
         QCOMPARE(listing.count("Zorvik PKCS#11 Module"), 1);
@@ -210,7 +210,7 @@ private slots:
         QSignalSpy done(components, &SP_Components::componentsUpdated);
         window->updateApplicationsFull();
         QVERIFY(done.wait(60000));
-        QCOMPARE(components->thunderbirdState, 2);
+        QCOMPARE(components->thunderbirdState.load(), 2);
         QCOMPARE(countLines(home.readLog(), "-add \"Zorvik PKCS#11 Module\""), adds);
         QCOMPARE(run("modutil", {"-dbdir", "sql:" + thunderbirdProfile(), "-list"}).count("Zorvik PKCS#11 Module"), 1);
     }
