@@ -242,13 +242,16 @@ private slots:
         QVERIFY(bench.insert(0, {"--status", "4"}));
         openKeyStatusTab();
         TokenStatus& status = window->tokenStatusWorker();
-        QSignalSpy read(&status, &TokenStatus::infoSCReady);
+        // Counted on this thread (a spy would be written from the worker's own thread).
+        int read = 0;
+        QObject counter;
+        connect(&status, &TokenStatus::infoSCReady, &counter, [&read] { ++read; });
         for (int round = 1; round <= 5; ++round) {
             const QDeadlineTimer deadline(kFlowTimeout);
             while (status.busy && !deadline.hasExpired())
                 QCoreApplication::processEvents();
             window->updateTokenInfo();
-            QTRY_COMPARE_WITH_TIMEOUT(read.count(), round + 1, kFlowTimeout);
+            QTRY_COMPARE_WITH_TIMEOUT(read, round + 1, kFlowTimeout);
         }
         waitUntilIdle(status);
         QCOMPARE(window->form()->label_info->text(), QString("<b>Blank Vantrel</b>"));

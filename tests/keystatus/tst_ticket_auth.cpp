@@ -10,11 +10,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMutex>
+#include <QScopeGuard>
 #include <QTest>
 #include <QUrlQuery>
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -140,8 +142,10 @@ private slots:
         QFETCH(QString, text);
         if (card != QStringList{"none"})
             QVERIFY(bench.insert(0, card));
-        if (answer.contains("delay"))
-            qputenv("ZORVIK_KS_TIMEOUT_MS", "1000");
+        if (answer.contains("delay")) {
+            answer["delay"] = testTime(8000) / 1000;
+            qputenv("ZORVIK_KS_TIMEOUT_MS", QByteArray::number(testTime(1000)));
+        }
         if (!answer.isEmpty()) {
             answer["path"] = "/a/auth-ticket/";
             answer["content_type"] = "application/json";
@@ -177,13 +181,16 @@ private slots:
         QVERIFY(sim.script(QJsonObject{{"path", "/a/auth-ticket/"}, {"delay", 4}, {"body", R"({"code":200})"}}));
         Outcome outcome;
         void* instance = qvtoken_gui_create_instance();
+        // Released however the test ends: an exchange left running would call back into this
+        // function's finished frame.
+        const auto release = qScopeGuard([&instance] { qvtoken_gui_release_instance(std::exchange(instance, nullptr)); });
         QCOMPARE(qvtoken_gui_authenticate(nullptr, "T", 0, record, &outcome), -1);
         QCOMPARE(qvtoken_gui_authenticate(instance, nullptr, 0, record, &outcome), -1);
         QCOMPARE(qvtoken_gui_authenticate(instance, "T", 0, nullptr, &outcome), -1);
         QCOMPARE(qvtoken_gui_authenticate(instance, freshTicket().constData(), 0, record, &outcome), 0);
         QCOMPARE(qvtoken_gui_authenticate(instance, "ABCD", 0, record, &outcome), -1);
         QVERIFY(sim.waitForRequests("/a/auth-ticket/"));
-        qvtoken_gui_release_instance(instance);
+        qvtoken_gui_release_instance(std::exchange(instance, nullptr));
         qvtoken_gui_release_instance(nullptr);
         // The worker has ended by the time release returns: nothing of it runs on into the
         // caller's (or the process's) teardown.

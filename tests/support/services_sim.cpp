@@ -87,7 +87,7 @@ QJsonArray ServicesSim::requests(const QString& path) const
 
 bool ServicesSim::waitForRequests(const QString& path, int count, int timeoutMs) const
 {
-    return QTest::qWaitFor([&] { return requests(path).size() >= count; }, timeoutMs);
+    return QTest::qWaitFor([&] { return requests(path).size() >= count; }, testTime(timeoutMs));
 }
 
 void ServicesSim::addTo(QProcessEnvironment* env) const

@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include <algorithm>
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -77,6 +79,12 @@ QByteArray gunzip(const QByteArray& data)
     QByteArray out;
     runProgram("gzip", {"-dc"}, &out, QProcessEnvironment::systemEnvironment(), nullptr, data, 60000);
     return out;
+}
+
+int testTime(int ms)
+{
+    static const int scale = std::max(1, qEnvironmentVariableIntValue("ZORVIK_TEST_TIME_SCALE"));
+    return ms * scale;
 }
 
 int runProgram(const QString& program, const QStringList& args, QByteArray* output, const QProcessEnvironment& env,

@@ -38,6 +38,9 @@ int countLines(const QString& text, const QString& needle);
 QByteArray readFile(const QString& path);
 // Writes a whole file, making the missing directories.
 bool writeFile(const QString& path, const QByteArray& bytes);
+// A wait of `ms` stretched by ZORVIK_TEST_TIME_SCALE (set for runs under valgrind, many times
+// slower): for the waits that are part of what a test checks, not only a limit on failure.
+int testTime(int ms);
 // Decompresses gzip data with the real gzip.
 QByteArray gunzip(const QByteArray& data);
 // Runs a program to its end (up to `timeoutMs`), with `input` on its standard input: the exit
