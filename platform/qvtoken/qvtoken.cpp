@@ -73,6 +73,18 @@ struct Registry {
     std::set<qvtoken_search*> searches;
     std::set<qvtoken_token*> tokens;
     std::set<qvtoken_context*> contexts;
+
+    // What the callers never released (a search nobody destroyed, with its tokens) ends with
+    // the library.
+    ~Registry()
+    {
+        for (qvtoken_token* token : tokens)
+            delete token;
+        for (qvtoken_search* search : searches)
+            delete search;
+        for (qvtoken_context* context : contexts)
+            delete context;
+    }
 };
 
 Registry& registry()
