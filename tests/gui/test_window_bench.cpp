@@ -19,7 +19,7 @@ namespace {
 const QString kKey = ":/Icons/images/tokenicon.png";
 const QString kReader = ":/Icons/images/tokenicon-orange.png";
 const QString kError = ":/Icons/images/tokenicon-red.png";
-const int kRound = 5000; // generous: a polling round plus pcscd's own card detection
+const int kRound = testTime(5000); // generous: a polling round plus pcscd's own card detection
 } // namespace
 
 class TestWindowBench : public QObject
@@ -147,7 +147,7 @@ private slots:
         if (shownBefore) {
             window->show();
             window->form()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
-            QTRY_VERIFY_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex() != 1, 30000);
+            QTRY_VERIFY_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex() != 1, testTime(30000));
             window->close();
         }
         // Put on the key while the window is away: only a fresh listing shows it.
@@ -155,7 +155,7 @@ private slots:
         window->form()->actionOpenCertificates->trigger();
         QVERIFY(window->isVisible());
         QCOMPARE(window->form()->tabs->currentIndex(), int(DashboardWindow::CertificatesTab));
-        QTRY_COMPARE_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex(), 2, 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(window->form()->stackedWidget->currentIndex(), 2, testTime(30000));
         QVERIFY(window->findChild<QLabel*>("certNameLabel0")->text().contains("Tray Listing"));
     }
 };
