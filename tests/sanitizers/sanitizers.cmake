@@ -27,13 +27,15 @@ elseif(ZORVIK_TSAN)
         "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${CMAKE_CURRENT_LIST_DIR}/tsan.supp"
         "QTEST_DISABLE_STACK_DUMP=1")
     # Debian's QtCore locks through futex calls TSan cannot see, so every queued signal and
-    # posted event would look like a race; the tests run on Debian's own QtCore source built
-    # with TSan instead (scripts/qt-tsan), ahead of the system one in the library path.
+    # posted event would look like a race; the tests run on Debian's own QtCore and QtNetwork
+    # source built with TSan instead (scripts/qt-tsan), ahead of the system ones.
     set(ZORVIK_QT_TSAN_LIB "${CMAKE_SOURCE_DIR}/build-qt-tsan/lib" CACHE PATH
-        "Folder with a ThreadSanitizer build of libQt5Core.so.5 (made by scripts/qt-tsan)")
-    if(NOT EXISTS "${ZORVIK_QT_TSAN_LIB}/libQt5Core.so.5")
-        message(FATAL_ERROR "No ThreadSanitizer QtCore in ${ZORVIK_QT_TSAN_LIB}: run scripts/qt-tsan")
-    endif()
+        "Folder with ThreadSanitizer builds of libQt5Core and libQt5Network (made by scripts/qt-tsan)")
+    foreach(library libQt5Core.so.5 libQt5Network.so.5)
+        if(NOT EXISTS "${ZORVIK_QT_TSAN_LIB}/${library}")
+            message(FATAL_ERROR "No ThreadSanitizer ${library} in ${ZORVIK_QT_TSAN_LIB}: run scripts/qt-tsan")
+        endif()
+    endforeach()
     set(zd_library_path "${ZORVIK_QT_TSAN_LIB}")
 else()
     return()
