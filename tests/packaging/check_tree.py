@@ -12,6 +12,7 @@
 """
 import os
 import re
+import subprocess
 import sys
 
 SOURCE = os.path.realpath(sys.argv[1])
@@ -26,18 +27,32 @@ SCRIPTS = ("scripts/", "packaging/")
 OPTIONAL_PART = re.compile(r"\b(else)?if\s*\(\s*EXISTS\b", re.IGNORECASE)
 
 
-def sources():
+def candidates():
+    """The tree's files: what git tracks or would (build trees, the bench's run-time files and
+    whatever else .gitignore names are not the source); without git, a walk that skips build
+    trees and hidden folders."""
+    listed = subprocess.run(["git", "-C", SOURCE, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+                            capture_output=True)
+    if listed.returncode == 0:
+        for rel in listed.stdout.decode().split("\0"):
+            if rel and os.path.isfile(os.path.join(SOURCE, rel)):
+                yield rel
+        return
     for root, dirs, files in os.walk(SOURCE):
-        # Build trees, the bench's run-time files and version control are not the source.
         dirs[:] = [d for d in dirs if not d.startswith(".")
                    and not os.path.exists(os.path.join(root, d, "CMakeCache.txt"))]
         for name in files:
-            path = os.path.join(root, name)
-            rel = os.path.relpath(path, SOURCE)
-            if os.path.realpath(path) == SELF:
-                continue
-            if name.endswith(CODE) or rel.startswith(SCRIPTS) and "." not in name:
-                yield path, rel
+            yield os.path.relpath(os.path.join(root, name), SOURCE)
+
+
+def sources():
+    for rel in candidates():
+        path = os.path.join(SOURCE, rel)
+        name = os.path.basename(rel)
+        if os.path.realpath(path) == SELF:
+            continue
+        if name.endswith(CODE) or rel.startswith(SCRIPTS) and "." not in name:
+            yield path, rel
 
 
 def main():
