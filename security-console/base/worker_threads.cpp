@@ -12,6 +12,7 @@ std::atomic<int> leftRunning{0};
 
 bool WorkerThreads::stop(QThread* thread, QDeadlineTimer deadline)
 {
+    thread->requestInterruption();
     thread->exit(0);
     if (thread->wait(deadline))
         return true;

@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QThread>
 #include <QInputDialog>
 #include <QLineEdit>
 #include <QSslCertificate>
@@ -22,6 +23,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <mutex>
 
 namespace {
 
@@ -33,6 +35,18 @@ void log(const QString& text)
 // Listing rounds: 40 waits of 500 ms for the module to see a key.
 constexpr int kTokenWaitRounds = 40;
 constexpr int kTokenWaitMs = 500;
+
+// The module is initialised once for the process: C_Initialize and C_Finalize act on all
+// of it. An interface let go at quit, still ending its work, must not finalise the module
+// under the one that took its place, so the last interface to go finalises it.
+std::mutex moduleMutex;
+int moduleUsers = 0;
+
+// Waiting for the module to see the key ends early when the thread is asked to stop.
+bool stopRequested()
+{
+    return QThread::currentThread()->isInterruptionRequested();
+}
 
 // A PIN as the module's calls take it.
 CK_UTF8CHAR_PTR pinBytes(const SecretPtr& pin)
@@ -131,6 +145,9 @@ QString errorString()
 
 CryptokiInterface::CryptokiInterface(QObject* parent) : QObject(parent)
 {
+    const std::lock_guard<std::mutex> lock(moduleMutex);
+    if (moduleUsers++ > 0)
+        return;
     log("call C_Initialize");
     C_Initialize(nullptr);
     log("call C_Initialize END");
@@ -138,6 +155,9 @@ CryptokiInterface::CryptokiInterface(QObject* parent) : QObject(parent)
 
 CryptokiInterface::~CryptokiInterface()
 {
+    const std::lock_guard<std::mutex> lock(moduleMutex);
+    if (--moduleUsers > 0)
+        return;
     log("call C_Finalize");
     C_Finalize(nullptr);
     log("call C_Finalize END");
@@ -154,7 +174,7 @@ void CryptokiInterface::slotGetCertificates()
     }
 
     CK_ULONG available = C_GetAvailableTokensCount();
-    for (int round = 0; available == 0 && round < kTokenWaitRounds; ++round) {
+    for (int round = 0; available == 0 && round < kTokenWaitRounds && !stopRequested(); ++round) {
         MySleep(kTokenWaitMs);
         available = C_GetAvailableTokensCount();
     }
@@ -213,7 +233,7 @@ void CryptokiInterface::slotGetCertificates()
 void CryptokiInterface::whaitForToken(int ms)
 {
     const int rounds = ms / kTokenWaitMs;
-    for (int round = 0; C_GetAvailableTokensCount() == 0 && round < rounds; ++round)
+    for (int round = 0; C_GetAvailableTokensCount() == 0 && round < rounds && !stopRequested(); ++round)
         MySleep(kTokenWaitMs);
 }
 

@@ -14,6 +14,7 @@
 #include "test_credential.h"
 #include "test_support.h"
 #include "ui_dashboard_window.h"
+#include "worker_threads.h"
 #include "zorvik_cryptoki.h"
 
 #include <QDirIterator>
@@ -316,12 +317,14 @@ private slots:
     }
 
     // The key is active, but the module is configured for a token the backend does not hold:
-    // the listing waits its 20 seconds, then gives up.
+    // the listing waits its 20 seconds, then gives up. The window quitting stops that wait
+    // at once instead of letting its thread go.
     void listingModuleNeverSeesTheToken()
     {
         QTemporaryFile conf;
         QVERIFY(conf.open() && conf.write("token-label = Some other token\n") > 0 && conf.flush());
         qputenv("ZORVIK_CRYPTOKI_CONF", conf.fileName().toLocal8Bit());
+        const auto restoreConf = qScopeGuard([] { qunsetenv("ZORVIK_CRYPTOKI_CONF"); });
         QVERIFY(bench.insert(0));
         QVariantList cannot;
         QElapsedTimer timer;
@@ -332,10 +335,31 @@ private slots:
             ci.slotGetCertificates();
         }
         QVERIFY(timer.elapsed() >= 19000);
-        qunsetenv("ZORVIK_CRYPTOKI_CONF");
         QCOMPARE(cannot, QVariantList({2, 7}));
         QVERIFY(home.readLog().contains("Cryptoki interface: 0 token available"));
         QVERIFY(home.readLog().contains("holds no token labelled \"Some other token\""));
+
+        const int listings = home.readLog().count("Cryptoki interface: get certificates");
+        auto* storage = new CryptokiStorage;
+        emit storage->getCertificates();
+        QTRY_COMPARE(home.readLog().count("Cryptoki interface: get certificates"), listings + 1);
+        const bool stopped = WorkerThreads::stop(storage, QDeadlineTimer(5000));
+        QVERIFY2(stopped, "the listing's wait for the token outlived the quit");
+        delete storage;
+    }
+
+    // Quitting can let a busy worker go and a new interface start meanwhile: the module stays
+    // initialised until the last of them ends.
+    void moduleOutlivesAnEndedInterface()
+    {
+        QVERIFY(bench.insert(0));
+        auto older = std::make_unique<CryptokiInterface>();
+        CryptokiInterface newer;
+        older.reset();
+        QVariantList cannot;
+        connect(&newer, &CryptokiInterface::cannotGetCertificates, this, [&](int code, int status) { cannot = {code, status}; });
+        newer.slotGetCertificates();
+        QCOMPARE(cannot, QVariantList({4, 0})); // the fresh token is there, and empty
     }
 
     // Certificates only by default; key pairs and empty containers with the Advanced check
