@@ -120,6 +120,10 @@ private slots:
         // The no-key steps run without the no-key hint and without noToken().
         QCOMPARE(ui()->labelCryptokiStatus->text(), QString("Incorrect PIN."));
         QCOMPARE(noToken.count(), 0);
+        // Told again while in the error state: no second box (answered, were there one).
+        ModalSeam::answer(QMessageBox::Cancel);
+        window->SCardInterfaceError();
+        QCOMPARE(ModalSeam::seen().size(), 1);
         window->SCardInterfaceNoError();
         QCOMPARE(window->trayIconName(), QString(":/Icons/images/tokenicon-bw.png"));
         QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: No token found"));
