@@ -7,7 +7,6 @@
 #include "test_credential.h"
 #include "test_support.h"
 #include "ui_dashboard_window.h"
-#include "zorvik_build.h"
 #include "zorvik_proxy.h"
 
 #include <QMessageBox>
@@ -98,13 +97,10 @@ private slots:
         ui()->tabs->setCurrentIndex(DashboardWindow::CertificatesTab);
         window->tokenFound();
         QVERIFY(window->tokenPresent);
-        QCOMPARE(ui()->label_info->text(), QString("Click the \"Refresh\" button for current Key status."));
         for (int i = 0; i < 3; ++i)
             window->tokenNotFound();
         QCOMPARE(noToken.count(), 1);
         QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
-        QCOMPARE(ui()->labelCryptokiStatus->text(),
-                 QString("Please present Vantrel to access the available security certificates."));
         QCOMPARE(ui()->label_info->text(), QString("No Key present."));
         window->readersFound({"R1", "R2"});
         window->readersFound({"R3"});
@@ -121,13 +117,14 @@ private slots:
         QSignalSpy noToken(window.get(), &DashboardWindow::noToken);
         window->SCardInterfaceError();
         QVERIFY(!window->tokenPresent);
-        QCOMPARE(window->trayIconName(), QString(":/Icons/images/tokenicon-red.png"));
         // The no-key steps run without the no-key hint and without noToken().
-        QCOMPARE(ui()->stackedWidget->currentIndex(), 0);
         QCOMPARE(ui()->labelCryptokiStatus->text(), QString("Incorrect PIN."));
         QCOMPARE(noToken.count(), 0);
+        // Told again while in the error state: no second box (answered, were there one).
+        ModalSeam::answer(QMessageBox::Cancel);
+        window->SCardInterfaceError();
+        QCOMPARE(ModalSeam::seen().size(), 1);
         window->SCardInterfaceNoError();
-        QVERIFY(!window->scardError);
         QCOMPARE(window->trayIconName(), QString(":/Icons/images/tokenicon-bw.png"));
         QCOMPARE(window->trayIcon()->toolTip(), QString("Zorvik: No token found"));
     }
@@ -187,19 +184,16 @@ private slots:
         QCOMPARE(ui()->label_type->text(), QString());
     }
 
+    // The tabs, and what is not reachable: hidden widgets, the smartphone front end (opening it
+    // lands on the Certificates tab).
     void removedTabAndHiddenWidgets()
     {
         QCOMPARE(ui()->tabs->count(), 4);
         QCOMPARE(ui()->tabs->tabText(DashboardWindow::AdvancedTab), QString("Advanced"));
-        QCOMPARE(window->windowTitle(), QString("Zorvik Dashboard version %1 ").arg(ZORVIK_VERSION));
         for (QWidget* hidden : std::initializer_list<QWidget*>{
-                 ui()->label_2, ui()->PSWcomboBox, ui()->proxyImportIEButton, ui()->groupBox_3, ui()->groupBox_debug})
+                 ui()->label_2, ui()->PSWcomboBox, ui()->proxyImportIEButton, ui()->groupBox_3, ui()->groupBox_debug,
+                 ui()->qvradius_icon, ui()->sharepoint_help, ui()->pairingGroup})
             QVERIFY2(hidden->isHidden(), qPrintable(hidden->objectName()));
-        QVERIFY(ui()->qvradius_icon->isHidden() && ui()->sharepoint_help->isHidden());
-
-        // The smartphone front end is not reachable: pairing group hidden, no manager; opening
-        // it lands on the Certificates tab.
-        QVERIFY(ui()->pairingGroup->isHidden());
         for (QObject* child : window->findChildren<QObject*>())
             QVERIFY(!child->inherits("SmartphoneTokenManager"));
         window->slotOpenSmartphoneToken();
@@ -224,9 +218,6 @@ private slots:
         QCOMPARE(QString::fromLatin1(stored), QString("127.0.0.1:3128"));
         QCOMPARE(enabled, 1u);
         free(stored);
-        const QString log = home.readLog();
-        QVERIFY(log.contains("Writing proxy settings:127.0.0.1:3128"));
-        QVERIFY(log.contains("Error writing system proxy settings 127.0.0.1:3128 code=-255"));
         QCOMPARE(QNetworkProxy::applicationProxy().type(), QNetworkProxy::HttpProxy);
         QCOMPARE(QNetworkProxy::applicationProxy().port(), quint16(3128));
 

@@ -1,7 +1,6 @@
 // The base library with real files and real child programs: the Log facade and the logger
-// library behind it (literal texts, level mapping, Qt messages, where the files go, many writers
-// while the live file is renamed away), log rotation with the real gzip, the process,
-// environment and file helpers, and where the settings live.
+// library behind it, log rotation with the real gzip, the process, environment and file
+// helpers, and where the settings live.
 //
 // The test program is also its own child process ("--child <mode>"), so the logger's path rules
 // and the abort of the message handler can be seen from outside.
@@ -10,15 +9,12 @@
 #include "os_platform.h"
 #include "process_helpers.h"
 #include "qvlogger.h"
-#include "shell_common.h"
 #include "test_support.h"
 
 #include <QDir>
 #include <QFileInfo>
-#include <QHash>
 #include <QRegularExpression>
 #include <QSettings>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -35,8 +31,16 @@ namespace {
 TestHome* gHome = nullptr;
 const int kLimit = 5242880;
 
-// "<big>" is a live log over the limit, "<limit>" one exactly at it (both start with "live"
-// so archives can be told apart); other text is itself.
+// The log lines of `text` without their 24-character time stamp.
+QStringList stripped(const QString& text)
+{
+    QStringList out;
+    for (const QString& line : text.split('\n', Qt::SkipEmptyParts))
+        out << line.mid(24);
+    return out;
+}
+
+// "<big>" is a live log over the limit, "<limit>" one exactly at it; other text is itself.
 QByteArray contentFor(const QString& text, const QByteArray& tag = "live")
 {
     if (!text.startsWith('<'))
@@ -44,15 +48,13 @@ QByteArray contentFor(const QString& text, const QByteArray& tag = "live")
     return (tag + '\n' + QByteArray(kLimit, 'z')).left(text == "<big>" ? kLimit + 1 : kLimit);
 }
 
-bool logged(const QString& line)
-{
-    return shell::strippedLines(gHome->readLog()).contains(line);
-}
+bool logged(const QString& line) { return stripped(gHome->readLog()).contains(line); }
 
-// This program as a child: `mode` and its arguments.
-shell::RunResult runChild(const QStringList& args, const QProcessEnvironment& env)
+// This program as a child: its exit code (-1 on a crash) and standard output.
+int runChild(const QStringList& args, const QProcessEnvironment& env, QByteArray* out = nullptr)
 {
-    return shell::run(QCoreApplication::applicationFilePath(), QStringList{"--child"} + args, env);
+    QByteArray errors;
+    return runProgram(QCoreApplication::applicationFilePath(), QStringList{"--child"} + args, out, env, &errors);
 }
 
 //   params                  prints the logger's parameters 3, 4 and 7, one a line
@@ -100,61 +102,31 @@ class TestBaseLibrary : public QObject
     QString script(const QString& name, const QByteArray& body)
     {
         const QString path = spacedDir + "/" + name;
-        if (!writeFile(path, "#!/bin/sh\n" + body))
-            return QString();
+        writeFile(path, "#!/bin/sh\n" + body);
         QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         return path;
     }
-    // This process's log lines written after `mark` characters.
-    static QStringList logSince(int mark) { return shell::strippedLines(gHome->readLog().mid(mark)); }
 
 private slots:
     void initTestCase()
     {
         spacedDir = tmp.path() + "/My App/bin";
         QVERIFY(QDir().mkpath(spacedDir));
-        // Prints each argument on its own line, exits with the code given in $EXIT_WITH.
-        tool = script("tool", "for a in \"$@\"; do echo \"[$a]\"; done\nexit ${EXIT_WITH:-0}\n");
-        QVERIFY(!tool.isEmpty());
+        // Prints each argument on its own line, exits with 7.
+        tool = script("tool", "for a in \"$@\"; do echo \"[$a]\"; done\nexit 7\n");
     }
 
-    void programPathWithBlanks_data()
-    {
-        QTest::addColumn<QString>("program");
-        const QString quoted = "\"" + spacedDir + "/tool\"";
-        QTest::newRow("bare") << spacedDir + "/tool";
-        QTest::newRow("surrounding blanks") << "  " + spacedDir + "/tool  ";
-        QTest::newRow("already quoted") << quoted;
-    }
-    void programPathWithBlanks()
-    {
-        QFETCH(QString, program);
-        const QString logged = "\"" + spacedDir + "/tool\"";
-        qputenv("EXIT_WITH", "7");
-        const int mark = gHome->readLog().size();
-        QCOMPARE(executeCommand(program, "  one two  ", false), 7);
-        QCOMPARE(executeCommandWithOutput(program, "one two", false), QString("[one]\n[two]\n"));
-        qunsetenv("EXIT_WITH");
-        QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: executeCommand " + logged + " one two",
-                                              "DEBUG dashboard: done executeCommand " + logged + " exit code 7",
-                                              "DEBUG dashboard: executeCommandWithOutput " + logged + " one two",
-                                              "DEBUG dashboard: done executeCommandWithOutput " + logged +
-                                                  " exit code 7 output size: 12"}));
-    }
-
+    // The program path with blanks around it or quoted; no shell: quotes group, and shell
+    // syntax arrives as plain text.
     void argumentsExitCodesAndOutput()
     {
-        // No shell: quotes group, and shell syntax arrives as plain text.
-        QCOMPARE(executeCommandWithOutput(tool, "\"a b\" c $HOME ; | *", false),
+        QCOMPARE(executeCommand("  " + tool + "  ", "  one two  ", false), 7);
+        QCOMPARE(executeCommandWithOutput("\"" + tool + "\"", "\"a b\" c $HOME ; | *", false),
                  QString("[a b]\n[c]\n[$HOME]\n[;]\n[|]\n[*]\n"));
-        QCOMPARE(executeCommandWithOutput(tool, "", false), QString(""));
-        QCOMPARE(executeCommand(script("exit-3", "exit 3\n"), "", false), 3);
         // A crash cannot be told from success, by design.
         QCOMPARE(executeCommand(script("crash", "kill -SEGV $$\n"), "", false), 0);
-        QCOMPARE(executeCommandWithOutput(script("nul", "printf 'before\\000after'\n"), "", false), QString("before"));
-        QCOMPARE(executeCommandWithOutput(script("utf8", "printf 'Z\\303\\274rich\\n'\n"), "", false),
-                 QString::fromUtf8("Zürich\n"));
-        // A program that cannot be started gives no text at all, and 0 as exit code.
+        QCOMPARE(executeCommandWithOutput(script("nul", "printf 'Z\\303\\274rich\\000after'\n"), "", false),
+                 QString::fromUtf8("Zürich"));
         const QString missing = tmp.path() + "/no such program";
         QVERIFY(executeCommandWithOutput(missing, "", false).isNull());
         QCOMPARE(executeCommand(missing, "x", false), 0);
@@ -173,51 +145,30 @@ private slots:
         QCOMPARE(executeCommandWithOutput(big, "", false).size(), 3000000);
     }
 
-    void noCardsEnvironment_data()
+    void noCardsEnvironmentAndNoElevation()
     {
-        QTest::addColumn<bool>("noCards");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("asked") << true << "cards=1 gui=1 mark=kept\n";
-        QTest::newRow("not asked") << false << "cards=unset gui=unset mark=kept\n";
-    }
-    void noCardsEnvironment()
-    {
-        QFETCH(bool, noCards);
-        QFETCH(QString, expected);
         qunsetenv("ZORVIK_CRYPTOKI_NO_CARDS");
         qunsetenv("ZORVIK_CRYPTOKI_NO_GUI");
-        qputenv("SHELL_TEST_MARK", "kept");
         const QString env = script("env", "echo \"cards=${ZORVIK_CRYPTOKI_NO_CARDS-unset} "
-                                          "gui=${ZORVIK_CRYPTOKI_NO_GUI-unset} mark=${SHELL_TEST_MARK-unset}\"\n"
+                                          "gui=${ZORVIK_CRYPTOKI_NO_GUI-unset}\"\n"
                                           "[ \"${ZORVIK_CRYPTOKI_NO_CARDS-}\" = 1 ] && exit 10\nexit 20\n");
-        QCOMPARE(executeCommandWithOutput(env, "", noCards), expected);
-        QCOMPARE(executeCommand(env, "", noCards), noCards ? 10 : 20);
-        QCOMPARE(executeAdminCommandWithOutput(env, ""), QString("cards=unset gui=unset mark=kept\n"));
-        // This process's own environment is untouched.
+        QCOMPARE(executeCommandWithOutput(env, "", true), QString("cards=1 gui=1\n"));
+        QCOMPARE(executeCommand(env, "", true), 10);
+        QCOMPARE(executeCommand(env, "", false), 20);
+        QCOMPARE(executeAdminCommandWithOutput(env, ""), QString("cards=unset gui=unset\n"));
         QVERIFY(!qEnvironmentVariableIsSet("ZORVIK_CRYPTOKI_NO_CARDS"));
-    }
 
-    void adminCommandsRunNothingElevated()
-    {
         const QString flag = tmp.path() + "/admin-ran";
         QCOMPARE(executeAdminCommand("\"" + script("touch-flag", "touch \"$1\"\nexit 9\n") + "\" \"" + flag + "\""), 0);
         QVERIFY(!QFile::exists(flag));
     }
 
-    void envVarPathsHexlifyAndSleep()
+    void envVarPathsAndSleep()
     {
-        // Unset: a null text and no line; set, even empty: the value and one line.
         qunsetenv("SHELL_TEST_UNSET");
         qputenv("SHELL_TEST_EMPTY", "");
-        qputenv("SHELL_TEST_SET", "a value");
-        const int mark = gHome->readLog().size();
         QVERIFY(getEnvVar("SHELL_TEST_UNSET").isNull());
-        const QString empty = getEnvVar("SHELL_TEST_EMPTY");
-        QVERIFY(!empty.isNull() && empty.isEmpty());
-        QCOMPARE(getEnvVar("SHELL_TEST_SET"), QString("a value"));
-        QCOMPARE(logSince(mark), QStringList({"DEBUG dashboard: getEnvVar SHELL_TEST_EMPTY=",
-                                              "DEBUG dashboard: getEnvVar SHELL_TEST_SET=a value"}));
-
+        QVERIFY(!getEnvVar("SHELL_TEST_EMPTY").isNull());
         // Blanks around a path are not part of it.
         const QString file = tmp.path() + "/readable";
         QVERIFY(writeFile(file, "x"));
@@ -225,17 +176,13 @@ private slots:
         QVERIFY(!checkDir(file) && !checkDir(tmp.path() + "/missing"));
         QVERIFY(::checkFile(" " + file + "\t"));
         QVERIFY(!::checkFile(tmp.path()) && !::checkFile(tmp.path() + "/missing"));
-        QVERIFY(gHome->readLog().contains("DEBUG dashboard: checking path:  " + tmp.path() + "  \n"));
-
-        QCOMPARE(::hexlify(QByteArray()), QString());
         QCOMPARE(::hexlify(QByteArray("\x00\xab\xff", 3)), QString("00:AB:FF"));
-        // These must come back: a negative time must not turn into an endless sleep.
-        for (int ms : {0, -5, -1000, 1})
+        // A negative time must not turn into an endless sleep.
+        for (int ms : {-5, -1000})
             MySleep(ms);
     }
 
-    // The program's settings: one file beside the other per-user settings, and the file an
-    // earlier version wrote taken over once, never lost.
+    // The settings file an earlier version wrote is taken over once, never lost.
     void earlierSettingsTakenOverOnce_data()
     {
         QTest::addColumn<QString>("earlier");
@@ -255,64 +202,47 @@ private slots:
         QSettings(earlierFile, QSettings::IniFormat).setValue("showAllPKCS", true);
         QCOMPARE(showAll().toBool(), true);
         QVERIFY(QFile::exists(home.path() + "/zorvik/Dashboard.conf"));
-        // Taken once: the new file holds from now on, and the earlier one is left as it was.
         QSettings(earlierFile, QSettings::IniFormat).setValue("showAllPKCS", false);
         QCOMPARE(showAll().toBool(), true);
         QVERIFY(QFile::exists(earlierFile));
     }
 
-    void textsAreLoggedVerbatim_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::newRow("format characters") << "value %1 of %2, rate 100%s %d %n %ls %S %% at the end %";
-        QTest::newRow("non-ASCII, longer than a first buffer")
-            << QString::fromUtf8("Zürich ключ € 鍵 \U0001F511 ") + QString(20000, QChar('x')) + ":end";
-    }
-    void textsAreLoggedVerbatim()
-    {
-        QFETCH(QString, text);
-        Log::print(Log::DEBUG, text);
-        QVERIFY(logged("DEBUG dashboard: " + text));
-    }
-
-    // DEBUG, WARNING, ERR and CRIT are seen through the Qt messages below.
-    void levelMapping_data()
+    // Texts verbatim (no format expansion, no cut), and the level names.
+    void linesAndLevels_data()
     {
         QTest::addColumn<int>("level");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("EMERG") << 0 << "CRIT";
-        QTest::newRow("INFO") << 6 << "INFO";
-        QTest::newRow("out of range 8") << 8 << "DEBUG";
-        QTest::newRow("negative") << -1 << "DEBUG";
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("line");
+        const QString format = "value %1 of %2, rate 100%s %d %n %ls %S %% at the end %";
+        const QString longText = QString::fromUtf8("Zürich ключ 鍵 \U0001F511 ") + QString(20000, 'x') + ":end";
+        QTest::newRow("format characters") << int(Log::DEBUG) << format << "DEBUG dashboard: " + format;
+        QTest::newRow("non-ASCII, long") << int(Log::DEBUG) << longText << "DEBUG dashboard: " + longText;
+        QTest::newRow("EMERG") << 0 << "emerg" << "CRIT dashboard: emerg";
+        QTest::newRow("INFO") << 6 << "info" << "INFO dashboard: info";
+        QTest::newRow("out of range") << 8 << "eight" << "DEBUG dashboard: eight";
+        QTest::newRow("negative") << -1 << "minus" << "DEBUG dashboard: minus";
     }
-    void levelMapping()
+    void linesAndLevels()
     {
         QFETCH(int, level);
-        QFETCH(QString, name);
-        const QString text = QString("level probe %1").arg(level);
+        QFETCH(QString, text);
+        QFETCH(QString, line);
         Log::print(static_cast<Log::LogLevel>(level), text);
-        QVERIFY(logged(name + " dashboard: " + text));
+        QVERIFY(logged(line));
     }
 
-    void setLogChangesNothingLastLogIsTheTail()
+    void lastLogIsTheTail()
     {
-        QTemporaryDir other;
-        Log::setLog(other.path() + "/elsewhere.log", Log::ERR, 10);
-        Log::rotateLogFile();
-        Log::print(Log::DEBUG, "after setLog");
-        QVERIFY(logged("DEBUG dashboard: after setLog"));
-        QVERIFY(QDir(other.path()).isEmpty());
         const QByteArray log = gHome->readLog().toUtf8();
         QCOMPARE(Log::lastLog(20).toUtf8(), log.right(20));
         QCOMPARE(Log::lastLog(1 << 30).toUtf8(), log);
-        QVERIFY(Log::lastLog(0).isEmpty());
     }
 
     void qtMessagesAndInfoAbort()
     {
         TestHome child;
-        QCOMPARE(runChild({"messages"}, child.environment()).status, QProcess::CrashExit);
-        QCOMPARE(shell::strippedLines(child.readLog()),
+        QCOMPARE(runChild({"messages"}, child.environment()), -1);
+        QCOMPARE(stripped(child.readLog()),
                  QStringList({"DEBUG dashboard: debug line 1", "WARNING dashboard: warning line 2",
                               "ERROR dashboard: critical line 3", "CRIT dashboard: info line 4"}));
     }
@@ -331,8 +261,7 @@ private slots:
         QTest::newRow("empty state home ignored")
             << QStringList{"XDG_STATE_HOME=", "HOME=<t>/h"} << "<t>/h/.local/state/zorvik/dashboard.log" << system;
         QTest::newRow("system dir") << QStringList{"HOME=<t>/h", "ZORVIK_SYSTEM_LOG_DIR=<t>/sys"}
-                                    << "<t>/h/.local/state/zorvik/dashboard.log"
-                                    << "<t>/sys/dashboard.log";
+                                    << "<t>/h/.local/state/zorvik/dashboard.log" << "<t>/sys/dashboard.log";
     }
     void pathRules()
     {
@@ -348,12 +277,12 @@ private slots:
         for (const QString& s : settings)
             env.insert(s.section('=', 0, 0), s.section('=', 1).replace("<t>", t.path()));
         userLog.replace("<t>", t.path());
-        QCOMPARE(QString::fromUtf8(runChild({"params"}, env).out),
-                 userLog + "\n" + systemLog.replace("<t>", t.path()) + "\n(null)\n");
+        QByteArray out;
+        QCOMPARE(runChild({"params"}, env, &out), 0);
+        QCOMPARE(QString::fromUtf8(out), userLog + "\n" + systemLog.replace("<t>", t.path()) + "\n(null)\n");
         // The library writes there, creating the missing directories.
-        QCOMPARE(runChild({"lines", "2", "path-probe"}, env).code, 0);
-        QCOMPARE(shell::strippedLines(QString::fromUtf8(readFile(userLog))),
-                 QStringList({"DEBUG dashboard: path-probe 0", "DEBUG dashboard: path-probe 1"}));
+        QCOMPARE(runChild({"lines", "1", "path-probe"}, env), 0);
+        QCOMPARE(stripped(QString::fromUtf8(readFile(userLog))), QStringList({"DEBUG dashboard: path-probe 0"}));
     }
 
     void platformLinesAlsoGoToSystemLog()
@@ -361,16 +290,17 @@ private slots:
         TestHome child;
         QProcessEnvironment env = child.environment();
         const auto component = [&](const QString& text) {
-            return runChild({"component", "qvtoken", text}, env).out.trimmed();
+            QByteArray out;
+            runChild({"component", "qvtoken", text}, env, &out);
+            return out.trimmed();
         };
         QCOMPARE(component("reader found"), QByteArray("component=0 dashboard=0"));
-        QCOMPARE(shell::strippedLines(child.readLog()),
-                 QStringList({"NOTICE qvtoken: reader found", "NOTICE dashboard: reader found"}));
-        QCOMPARE(shell::strippedLines(QString::fromUtf8(readFile(child.systemLogDir() + "/dashboard.log"))),
+        QCOMPARE(stripped(child.readLog()), QStringList({"NOTICE qvtoken: reader found", "NOTICE dashboard: reader found"}));
+        QCOMPARE(stripped(QString::fromUtf8(readFile(child.systemLogDir() + "/dashboard.log"))),
                  QStringList({"NOTICE qvtoken: reader found"}));
 
-        // A system log that cannot be made (below a regular file, not even by root) costs nothing
-        // of the user log; with no writable file at all the call reports it and the process goes on.
+        // A system log that cannot be made costs nothing of the user log; with no writable file
+        // at all the call reports it and the process goes on.
         const QString blocker = child.path() + "/not-a-dir";
         QVERIFY(writeFile(blocker, "x"));
         env.insert("ZORVIK_SYSTEM_LOG_DIR", blocker + "/zorvik");
@@ -420,25 +350,18 @@ private slots:
         QVERIFY2(pieces.size() >= 3, "the file was never renamed while the writers ran");
 
         // Every line whole, none lost, none twice.
-        static const QRegularExpression lineRe(
-            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} DEBUG dashboard: (\w\d) (\d+)$)");
-        QHash<QString, QVector<int>> seen;
-        for (const QString& tag : tags)
-            seen.insert(tag, QVector<int>(perWriter, 0));
+        QStringList got, expected;
         for (const QString& piece : pieces) {
-            const QByteArray data = readFile(piece);
+            const QString data = QString::fromUtf8(readFile(piece));
             QVERIFY2(data.isEmpty() || data.endsWith('\n'), qPrintable(piece + " ends inside a line"));
-            for (const QByteArray& raw : data.split('\n')) {
-                const auto m = lineRe.match(QString::fromUtf8(raw));
-                const int i = m.captured(2).toInt();
-                QVERIFY2(raw.isEmpty() || (m.hasMatch() && seen.contains(m.captured(1)) && i < perWriter),
-                         raw.constData());
-                if (!raw.isEmpty())
-                    seen[m.captured(1)][i]++;
-            }
+            got << stripped(data);
         }
-        for (auto it = seen.cbegin(); it != seen.cend(); ++it)
-            QVERIFY2(it.value().count(1) == perWriter, qPrintable(it.key() + " lost or doubled lines"));
+        for (const QString& tag : tags)
+            for (int i = 0; i < perWriter; ++i)
+                expected << QString("DEBUG dashboard: %1 %2").arg(tag).arg(i);
+        got.sort();
+        expected.sort();
+        QVERIFY(got == expected);
     }
 
     // Files before and after one rotation of "dashboard.log": "name=content", .gz archives
@@ -472,6 +395,7 @@ private slots:
         // gzip is handed the path in pieces: the renamed file stays uncompressed.
         QTest::newRow("blanks in the path")
             << "my logs" << QStringList{"dashboard.log=<big>"} << QStringList{"dashboard.log1=<big>"};
+        QTest::newRow("no live file") << "" << QStringList{} << QStringList{};
     }
     void rotation()
     {
@@ -498,19 +422,6 @@ private slots:
         }
         names.sort();
         QCOMPARE(QDir(dir).entryList(QDir::Files, QDir::Name), names);
-        const QString log = gHome->readLog(), cleanDir = QDir::cleanPath(dir);
-        QVERIFY(log.contains("LOGROTATE: cheking log file " + cleanDir + "/dashboard.log"));
-        QCOMPARE(log.contains("LOGROTATE: perform rotation " + cleanDir), before.first().endsWith("<big>"));
-    }
-
-    void missingLiveFileIsReported()
-    {
-        QTemporaryDir tmp;
-        const QString log = tmp.path() + "/dashboard.log";
-        LogManager().archiveLog(log, 0, 4);
-        QVERIFY(logged("WARNING dashboard: LOGROTATE: Cannot rotate log file:" + log));
-        QVERIFY(logged("ERROR dashboard: LOGROTATE: Cannot archive file " + log));
-        QVERIFY(QDir(tmp.path()).isEmpty());
     }
 
     void runRotatesBothLogs()
@@ -531,17 +442,11 @@ private slots:
         LogManager manager;
         manager.start();
         QVERIFY(manager.wait(60000)); // a spy on finished() would be written from the thread itself
-        QCOMPARE(manager.config().user.maxSize, kLimit);
-        QCOMPARE(manager.config().user.count, 4);
 
-        // Everything the user log held, and the rotation's own first lines, are archived; the
-        // logger started a new live file and went on writing into it.
-        const QByteArray archived = gunzip(readFile(user + "1.gz"));
-        QVERIFY(archived.startsWith(userBefore));
-        QVERIFY(archived.contains("LOGROTATE: perform rotation " + user.toUtf8()));
+        // Everything the user log held is archived; the logger started a new live file.
+        QVERIFY(gunzip(readFile(user + "1.gz")).startsWith(userBefore));
         QCOMPARE(gunzip(readFile(system + "1.gz")), systemData);
         QVERIFY(!QFile::exists(system));
-        QVERIFY(gHome->readLog().contains("DEBUG dashboard: LOGROTATE: perform rotation " + system));
         QVERIFY(QFileInfo(user).size() < 4096);
         QCOMPARE(LogManager().filesToSend(), QStringList({user, system, user + "1.gz", system + "1.gz"}));
     }

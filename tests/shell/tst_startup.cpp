@@ -1,9 +1,8 @@
-// The built program as a user starts it: banners and start-up lines, one instance per
-// user, handing over to the running instance, "--exit", "--tray", and a crashed instance.
+// The built program as a user starts it: one instance per user, handing over to the running
+// instance, "--exit", "--tray", a crashed instance, and the program under X11.
 //
 // Every test has its own temporary directory, which gives it its own single-instance
 // channel; each process gets its own log directory so its lines can be told apart.
-#include "shell_common.h"
 #include "test_support.h"
 
 #include <QDir>
@@ -21,7 +20,6 @@
 namespace {
 
 const int kWait = 30000;
-const QString kStartBanner = "NOTICE dashboard: =============== ZORVIK Dashboard application started =============== ";
 const QString kFinishBanner = "NOTICE dashboard: =============== ZORVIK Dashboard application finished ===============";
 
 // One start of the program.
@@ -31,7 +29,7 @@ struct Dashboard
     std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
 
     QString logText() const { return QString::fromUtf8(readFile(logDir + "/dashboard.log")); }
-    QStringList lines() const { return shell::strippedLines(logText()); }
+    QString lastLine() const { return logText().section('\n', -2, -2).mid(24); }
     bool has(const QString& text) const { return logText().contains(text); }
     bool running() const { return process->state() != QProcess::NotRunning; }
     bool waitFor(const QString& text) const
@@ -43,21 +41,6 @@ struct Dashboard
     {
         return (!running() || process->waitForFinished(kWait)) && process->exitStatus() == QProcess::NormalExit &&
                process->exitCode() == code;
-    }
-    // True when `expected` appear in the log in this order (other lines may come between).
-    bool inOrder(const QStringList& expected) const
-    {
-        const QStringList all = lines();
-        int at = 0;
-        for (const QString& want : expected) {
-            while (at < all.size() && all[at] != want)
-                ++at;
-            if (at++ == all.size()) {
-                qWarning().noquote() << "missing or out of order:" << want;
-                return false;
-            }
-        }
-        return true;
     }
 };
 
@@ -133,91 +116,42 @@ private slots:
         home.reset();
     }
 
-    void startAndFinish()
-    {
-        // "--exit" anywhere but first is an ordinary argument.
-        Dashboard& a = startReady({"beta gamma", "--exit"});
-        QVERIFY(a.running());
-        Dashboard& stopper = start({"--exit"});
-        QVERIFY(stopper.endsWith(0));
-        QVERIFY(a.endsWith(0));
-        QVERIFY(a.inOrder({
-            "WARNING dashboard: " + QDir::cleanPath(QDir(ZORVIK_DASHBOARD_EXE).absolutePath() + "/../../PlugIns"),
-            kStartBanner,
-            "DEBUG dashboard: Application version: 3.4.375",
-            "DEBUG dashboard: Operating system: Mac OS (unknown version)",
-            "WARNING dashboard: Couldn't detect any system tray on this system.",
-            "DEBUG dashboard: argc = 3",
-            "DEBUG dashboard: i = 1",
-            "DEBUG dashboard: argv = beta gamma",
-            "DEBUG dashboard: argv = --exit",
-            "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found",
-            "DEBUG dashboard: DashboardWindow begin init",
-            "DEBUG dashboard: SingleApplication command 'exit' ",
-            "DEBUG dashboard: Close command",
-            kFinishBanner,
-        }));
-        QCOMPARE(a.lines().last(), kFinishBanner);
-        QCOMPARE(a.lines().count(kStartBanner), 1);
-        // The start banner's line really ends in the blank; the finish banner's does not.
-        QVERIFY(a.logText().contains("application started =============== \n"));
-        QVERIFY(a.logText().endsWith("application finished ===============\n"));
-
-        // The stopping process is a program start of its own, but never reaches the window.
-        QVERIFY(stopper.has("DEBUG dashboard: argv = --exit"));
-        QVERIFY(!stopper.has("Prepare to start Dashboard"));
-        QVERIFY(!stopper.has("DashboardWindow begin init"));
-        QCOMPARE(stopper.lines().last(), kFinishBanner);
-    }
-
-    void handOver_data()
+    // A second start hands over to the running instance and ends with 1: a window left in the
+    // tray is brought up. "--exit" ends the running instance, or finds none and returns at
+    // once; anywhere but first it is an ordinary argument, and the option names are exact.
+    void handOverAndExit_data()
     {
         QTest::addColumn<QStringList>("firstArgs");
         QTest::addColumn<QStringList>("secondArgs");
-        QTest::addColumn<bool>("hidden"); // the first instance started in the tray
+        QTest::addColumn<bool>("hidden");
         QTest::newRow("--tray later, plain second start")
             << QStringList{"x", "--restart", "--tray"} << QStringList{} << true;
         QTest::newRow("case matters, --exit not first")
-            << QStringList{"--Tray"} << QStringList{"first", "--exit"} << false;
+            << QStringList{"--Tray", "--exit"} << QStringList{"first", "--exit"} << false;
     }
-    void handOver()
+    void handOverAndExit()
     {
         QFETCH(QStringList, firstArgs);
         QFETCH(QStringList, secondArgs);
         QFETCH(bool, hidden);
+        Dashboard& none = start({"--exit"});
+        QVERIFY(none.endsWith(0));
+        QCOMPARE(countLines(none.logText(), "Check for other instances"), 1);
         Dashboard& a = startReady(firstArgs);
+        QVERIFY(a.running());
         Dashboard& b = start(secondArgs);
         QVERIFY(b.endsWith(1));
-        QVERIFY(b.inOrder({kStartBanner, "DEBUG dashboard: Check for other instances",
-                           "WARNING dashboard: ZORVIK Dashboard instance found", kFinishBanner}));
         QVERIFY(!b.has("DashboardWindow begin init"));
-
-        // The running instance is asked to come to the front: a window left in the tray is
-        // brought up, a shown one only logs that it was asked.
         QVERIFY(a.waitFor("Dashboard window raised"));
-        QVERIFY(a.has("DEBUG dashboard: SingleApplication command 'raise' "));
-        QCOMPARE(a.has("Raising Dashboard"), hidden);
         QCOMPARE(a.has("showWindow"), hidden);
-        QVERIFY(start({"--exit"}).endsWith(0));
+        Dashboard& stopper = start({"--exit"});
+        QVERIFY(stopper.endsWith(0));
+        QVERIFY(!stopper.has("DashboardWindow begin init"));
         QVERIFY(a.endsWith(0));
-        QCOMPARE(a.lines().last(), kFinishBanner);
+        QCOMPARE(a.lastLine(), kFinishBanner);
         // The command was read once and cleared: one raise, one stop.
         QCOMPARE(countLines(a.logText(), "Rise command"), 1);
         QCOMPARE(countLines(a.logText(), "Close command"), 1);
-    }
-
-    void exitWithNoInstance()
-    {
-        Dashboard& stopper = start({"--exit"});
-        QVERIFY(stopper.endsWith(0));
-        QVERIFY(stopper.inOrder(
-            {"DEBUG dashboard: Cannot send command 'exit' shared memory segment 'zorvikdashboard' not found",
-             "DEBUG dashboard: Check for other instances",
-             "DEBUG dashboard: shared memory segment 'zorvikdashboard' not found", kFinishBanner}));
-        // It returned at the first check, without waiting for anything.
-        QCOMPARE(countLines(stopper.logText(), "Check for other instances"), 1);
-        QVERIFY(!stopper.has("Prepare to start Dashboard"));
-        QVERIFY(!stopper.has("DashboardWindow begin init"));
     }
 
     void crashedInstanceDoesNotBlock()
@@ -228,9 +162,7 @@ private slots:
         QCOMPARE(a.process->exitStatus(), QProcess::CrashExit);
 
         Dashboard& b = startReady({});
-        QVERIFY(b.running());
-        QVERIFY(b.has("DEBUG dashboard: shared memory segment 'zorvikdashboard' not found"));
-        QVERIFY(!b.has("instance found"));
+        QVERIFY(b.running() && !b.has("instance found"));
         QVERIFY(channelWorks(b));
     }
 
@@ -295,7 +227,7 @@ private slots:
                  "GTK is not mapped in the running program: unloaded after gtk_init, or not installed "
                  "(scripts/install-deps installs libgtk2.0-0)");
         QVERIFY(channelWorks(a));
-        QCOMPARE(a.lines().last(), kFinishBanner);
+        QCOMPARE(a.lastLine(), kFinishBanner);
     }
 };
 
