@@ -109,13 +109,10 @@ private slots:
         const QString unreadable("Unexpected key service answer, HTTP 200");
         QTest::newRow("accepted") << QStringList{"--serial", "0102030405060708"} << own << 200
                                   << "Ticket authenticated";
-        QTest::newRow("key's answer wrong") << QStringList{"--foreign-secret"} << own << 401
-                                            << "The key's answer does not match the ticket";
         QTest::newRow("no key") << QStringList{"none"} << own << int(QVTOKEN_GUI_NO_KEY) << QString();
         QTest::newRow("not a Vantrel") << QStringList{"--not-vantrel"} << own << int(QVTOKEN_GUI_NO_KEY) << QString();
         QTest::newRow("key refuses the ticket") << QStringList{"--fail-ticket", "6F00"} << own
                                                 << int(QVTOKEN_GUI_NO_KEY) << QString();
-        QTest::newRow("403") << key << QJsonObject{{"body", R"({"code": 403, "text": "Blocked"})"}} << 403 << "Blocked";
         QTest::newRow("999, quotes in the text")
             << key << QJsonObject{{"body", "{\"code\":999,\"text\":\"odd \\\"one\\\"\"}"}} << 999 << "odd \"one\"";
         QTest::newRow("http 500 without code") << key << QJsonObject{{"status", 500}, {"body", "oops"}} << 500
