@@ -31,10 +31,11 @@ private slots:
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("message");
         QTest::newRow("unknown status") << 200 << -1 << "Unknown status -1";
-        QTest::newRow("422 as 421, the address without a double slash")
-            << 422 << 7
-            << "This key is part of a KeySet that has not been fully activated.  Go to <a "
-               "href=\"https://ks.test/new-keyset/\">https://ks.test/new-keyset/</a> to activate your KeySet";
+        const QString keySet = "This key is part of a KeySet that has not been fully activated.  Go to <a "
+                               "href=\"https://ks.test/new-keyset/\">https://ks.test/new-keyset/</a> to activate your KeySet";
+        QTest::newRow("403") << 403 << 7 << "<b>Key is temporarily blocked</b>";
+        QTest::newRow("421, the address without a double slash") << 421 << 7 << keySet;
+        QTest::newRow("422 as 421") << 422 << 7 << keySet;
         QTest::newRow("590 as 603") << 590 << 7 << "<b>Key status request was canceled. Click \"Refresh\" to try again.</b>";
         QTest::newRow("605, its tag left open") << 605 << 7 << "<b>Operation cancelled because of timeout<b>";
         QTest::newRow("401 falls through") << 401 << 7 << "Authorization error. Code = 401 denied";

@@ -13,17 +13,13 @@ namespace {
 
 int liveBenches = 0;
 
-// One directory per test process, short enough for a socket path.
-QString processBenchDir()
-{
-    return QString("%1/zorvik-bench-%2")
-        .arg(QFileInfo("/tmp").isWritable() ? "/tmp" : QDir::tempPath())
-        .arg(QCoreApplication::applicationPid());
-}
-
 } // namespace
 
-Bench::Bench() : dir(processBenchDir())
+// One directory per test process, short enough for a socket path.
+Bench::Bench()
+    : dir(QString("%1/zorvik-bench-%2")
+              .arg(QFileInfo("/tmp").isWritable() ? "/tmp" : QDir::tempPath())
+              .arg(QCoreApplication::applicationPid()))
 {
     if (liveBenches++ > 0)
         qWarning("Bench: only one bench may run per test process at a time");
@@ -36,16 +32,11 @@ Bench::~Bench()
     --liveBenches;
 }
 
-QString Bench::simulatorPath()
-{
-    return ZORVIK_VANTREL_SIM;
-}
-
 bool Bench::run(const QStringList& args, QByteArray* output)
 {
     QByteArray out, errors;
     const int rc = runProgram("python3",
-                              QStringList{ZORVIK_SOURCE_DIR "/testbed/bench", "--dir", dir, "--sim", simulatorPath(),
+                              QStringList{ZORVIK_SOURCE_DIR "/testbed/bench", "--dir", dir, "--sim", ZORVIK_VANTREL_SIM,
                                           "--phone-driver", ZORVIK_PHONE_DRIVER} +
                                   args,
                               &out, QProcessEnvironment::systemEnvironment(), &errors);

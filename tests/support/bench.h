@@ -50,7 +50,6 @@ public:
 
     bool isRunning() const { return running; }
     QString directory() const { return dir; }
-    QString socketPath() const { return socket; }
     // Reader names in pcscd's order, as configured at start.
     QStringList readerNames() const { return readers; }
     QString readerName(int reader) const { return readers.value(reader); }
@@ -58,8 +57,6 @@ public:
     QString errorText() const { return error; }
 
     QProcessEnvironment environment(QProcessEnvironment base = QProcessEnvironment::systemEnvironment()) const;
-
-    static QString simulatorPath();
 
 private:
     bool run(const QStringList& args, QByteArray* output = nullptr);

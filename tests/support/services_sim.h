@@ -40,7 +40,6 @@ public:
     QString benchName() const { return name; }
     quint16 httpsPort() const { return ports[0]; }
     quint16 httpPort() const { return ports[1]; }
-    quint16 badTlsPort() const { return ports[2]; }
     QString caFile() const { return dir() + "/ca.pem"; }
     QString dir() const { return workDir ? workDir->path() : QString(); }
 

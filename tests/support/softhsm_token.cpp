@@ -21,22 +21,18 @@ QProcessEnvironment SoftHsmToken::environment(bool noCards, QProcessEnvironment 
     base.insert("SOFTHSM2_CONF", dir_.path() + "/softhsm2.conf");
     base.insert("ZORVIK_CRYPTOKI_BACKEND", backendPath());
     base.insert("ZORVIK_CRYPTOKI_STATE_DIR", dir_.path() + "/state");
+    base.remove("ZORVIK_CRYPTOKI_NO_CARDS");
     if (noCards)
         base.insert("ZORVIK_CRYPTOKI_NO_CARDS", "1");
-    else
-        base.remove("ZORVIK_CRYPTOKI_NO_CARDS");
     return base;
 }
 
 void SoftHsmToken::apply(bool noCards) const
 {
     const QProcessEnvironment env = environment(noCards);
-    for (const char* name : {"SOFTHSM2_CONF", "ZORVIK_CRYPTOKI_BACKEND", "ZORVIK_CRYPTOKI_STATE_DIR"})
-        qputenv(name, env.value(name).toLocal8Bit());
-    if (noCards)
-        qputenv("ZORVIK_CRYPTOKI_NO_CARDS", "1");
-    else
-        qunsetenv("ZORVIK_CRYPTOKI_NO_CARDS");
+    for (const char* name :
+         {"SOFTHSM2_CONF", "ZORVIK_CRYPTOKI_BACKEND", "ZORVIK_CRYPTOKI_STATE_DIR", "ZORVIK_CRYPTOKI_NO_CARDS"})
+        env.contains(name) ? qputenv(name, env.value(name).toLocal8Bit()) : qunsetenv(name);
 }
 
 QString SoftHsmToken::load(const TestCredential& credential, const QString& label) const

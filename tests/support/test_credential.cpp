@@ -112,21 +112,12 @@ QByteArray TestCredential::certificateDer() const
     return written([this](BIO* bio) { return cert_ ? i2d_X509_bio(bio, cert_.get()) : 0; });
 }
 
-QByteArray TestCredential::certificatePem() const
-{
-    return written([this](BIO* bio) { return cert_ ? PEM_write_bio_X509(bio, cert_.get()) : 0; });
-}
-
-QByteArray TestCredential::keyPem() const
-{
-    return written([this](BIO* bio) {
-        return key_ ? PEM_write_bio_PrivateKey(bio, key_.get(), nullptr, nullptr, 0, nullptr, nullptr) : 0;
-    });
-}
-
 bool TestCredential::writePem(const QString& certPath, const QString& keyPath) const
 {
-    return isValid() && writeFile(certPath, certificatePem()) && writeFile(keyPath, keyPem());
+    return isValid() && writeFile(certPath, written([this](BIO* bio) { return PEM_write_bio_X509(bio, cert_.get()); })) &&
+           writeFile(keyPath, written([this](BIO* bio) {
+               return PEM_write_bio_PrivateKey(bio, key_.get(), nullptr, nullptr, 0, nullptr, nullptr);
+           }));
 }
 
 bool TestCredential::writePkcs12(const QString& path, const QString& password, const QString& friendlyName) const

@@ -40,8 +40,6 @@ public:
     X509* takeCertificate() const;
 
     QByteArray certificateDer() const;
-    QByteArray certificatePem() const;
-    QByteArray keyPem() const;
     bool writePem(const QString& certPath, const QString& keyPath) const;
     // A PKCS#12 file; an empty password writes one without encryption or MAC.
     bool writePkcs12(const QString& path, const QString& password, const QString& friendlyName) const;
