@@ -1,6 +1,7 @@
 // The stored proxy setting end to end without a network: the preferences file, the C
 // functions the transport components use, and the Qt proxy the program installs from it.
 #include "dashboard_network_manager.h"
+#include "mac_roman.h"
 #include "preferences_store.h"
 #include "test_support.h"
 #include "zorvik_proxy.h"
@@ -67,6 +68,19 @@ private slots:
     {
         qunsetenv("ZORVIK_PROXY");
         QFile::remove(prefsFile);
+    }
+
+    // Every Mac Roman byte has its own character, and the way back gives the same byte.
+    void macRomanIsOneToOne()
+    {
+        QByteArray all;
+        for (int b = 0; b < 256; ++b)
+            all.append(static_cast<char>(b));
+        const QString text = MacRoman::toUnicode(all);
+        QCOMPARE(QSet<QChar>(text.begin(), text.end()).size(), 256);
+        QByteArray back;
+        QVERIFY(MacRoman::fromUnicode(text, &back));
+        QCOMPARE(back, all);
     }
 
     // What another component stored, as the C functions hand it out: in Mac Roman, refused
@@ -201,7 +215,7 @@ private slots:
         std::atomic<int> writeFailures{0};
         std::unique_ptr<QThread> writer(QThread::create([&] {
             for (int i = 0; i < 300; ++i)
-                writeFailures += zorvikpc_set_proxy(1, (i % 2 ? a : b).constData(), i % 2);
+                writeFailures += zorvikpc_set_proxy(1, (i % 2 ? a : b).constData(), i % 2) != 0;
             done = true;
         }));
         writer->start();

@@ -1,6 +1,6 @@
-// Pieces of the presence and key code that need no bench: the polling clock, result-code
-// the SSL switch file, and the simulated key's answers to the out-of-order commands
-// the bench tests rely on it to refuse. No smart-card service is reachable here, so every
+// Pieces of the presence and key code that need no bench: the polling clock, the SSL switch
+// file, and the simulated key's answers to the out-of-order commands the bench tests rely on
+// it to refuse. No smart-card service is reachable here, so every
 // polling round fails at once.
 #include "dashboard_token_info.h"
 #include "os_platform.h"
@@ -35,6 +35,7 @@ private slots:
         QTest::newRow("unset") << QByteArray() << 500;
         QTest::newRow("fastest") << QByteArray("1") << 1;
         QTest::newRow("slower than normal") << QByteArray("501") << 500;
+        QTest::newRow("zero") << QByteArray("0") << 500;
     }
 
     void pollingInterval()

@@ -113,9 +113,14 @@ private slots:
     {
         qvtoken_token* token = keyIn(0);
         QVERIFY(token);
+        // No buffer: the record alone.
+        int atrLen = 64;
+        QCOMPARE(qvtoken_getTokenStatus(token, nullptr, &atrLen).tokenStatus, 7);
+        QCOMPARE(atrLen, 0);
+        QCOMPARE(qvtoken_getTokenStatus(token, nullptr, nullptr).tokenStatus, 7);
         // A short buffer gets what fits, and nothing is written past it.
         QByteArray atr(8, '\xEE');
-        int atrLen = 4;
+        atrLen = 4;
         qvtoken_getTokenStatus(token, reinterpret_cast<uint8_t*>(atr.data()), &atrLen);
         QCOMPARE(atrLen, 4);
         QCOMPARE(atr, kVantrelAtr.left(4) + QByteArray(4, '\xEE'));
