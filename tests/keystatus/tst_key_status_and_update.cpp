@@ -451,6 +451,9 @@ private slots:
         QSignalSpy cancelled(&status, &TokenStatus::infoKSCanceled);
         QSignalSpy ready(&status, &TokenStatus::infoKSReady);
         QVERIFY(status.startQuery());
+        // The key is read on the worker thread, which emits straight into the spies: they are
+        // read once it has ended (the service's answer then arrives on this thread).
+        QVERIFY(status.wait(kFlowTimeout));
         QTRY_COMPARE_WITH_TIMEOUT(cancelled.count(), 1, kFlowTimeout);
         QTEST(cancelled.at(0).at(0).toString(), "reason");
         QCOMPARE(read.count(), 1); // the key's side is reported, key or none
