@@ -3,6 +3,7 @@
 #include "services_sim.h"
 #include "test_support.h"
 
+#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QNetworkProxy>
 #include <QStandardPaths>
@@ -18,10 +19,14 @@ bool ProxySim::start(const ServicesSim& services, int timeoutMs)
 bool ProxySim::start(const QString& forwardHost, quint16 upstreamPort, int timeoutMs)
 {
     // The free port is only known to be free a moment ago: try again if tinyproxy lost it.
-    for (int attempt = 0; attempt < 3; ++attempt) {
+    // Every failed attempt is kept in the error, so a failure says what each one saw.
+    QString failures;
+    for (int attempt = 1; attempt <= 3; ++attempt) {
         if (startOnce(forwardHost, upstreamPort, timeoutMs))
             return true;
+        failures += QString("[attempt %1] %2\n").arg(attempt).arg(error);
     }
+    error = failures;
     return false;
 }
 
@@ -51,20 +56,33 @@ bool ProxySim::startOnce(const QString& forwardHost, quint16 upstreamPort, int t
     }
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.setStandardOutputFile(workDir->path() + "/tinyproxy.out");
+    QElapsedTimer clock;
+    clock.start();
     process.start(program, {"-d", "-c", configFile});
     // Ready when it accepts connections.
+    QString socketError;
     const bool ready = QTest::qWaitFor(
         [&] {
             QTcpSocket socket;
             socket.setProxy(QNetworkProxy::NoProxy);
             socket.connectToHost(QHostAddress::LocalHost, listenPort);
-            return process.state() == QProcess::NotRunning || socket.waitForConnected(500);
+            if (process.state() == QProcess::NotRunning || socket.waitForConnected(500))
+                return true;
+            socketError = socket.errorString();
+            return false;
         },
         timeoutMs);
     if (ready && process.state() == QProcess::Running)
         return true;
-    error = "tinyproxy did not start: " + process.errorString() + " " +
-            QString::fromUtf8(readFile(workDir->path() + "/tinyproxy.out")) + readLog();
+    const QString outcome =
+        process.state() != QProcess::NotRunning
+            ? QString("still not accepting on port %1 (%2)").arg(listenPort).arg(socketError)
+        : process.exitStatus() == QProcess::CrashExit ? "crashed: " + process.errorString()
+                                                        : QString("exited with code %1").arg(process.exitCode());
+    error = QString("tinyproxy did not start: %1 after %2 ms; its output: %3; its log: %4")
+                .arg(outcome)
+                .arg(clock.elapsed())
+                .arg(QString::fromUtf8(readFile(workDir->path() + "/tinyproxy.out")), readLog());
     stop();
     return false;
 }
