@@ -59,24 +59,28 @@ bool ProxySim::startOnce(const QString& forwardHost, quint16 upstreamPort, int t
     QElapsedTimer clock;
     clock.start();
     process.start(program, {"-d", "-c", configFile});
-    // Ready when it accepts connections.
+    // Ready when it accepts connections. QProcess says Running only once it has handled the
+    // child's start, which tinyproxy can beat to its first connection: wait for that first.
     QString socketError;
-    const bool ready = QTest::qWaitFor(
-        [&] {
-            QTcpSocket socket;
-            socket.setProxy(QNetworkProxy::NoProxy);
-            socket.connectToHost(QHostAddress::LocalHost, listenPort);
-            if (process.state() == QProcess::NotRunning || socket.waitForConnected(500))
-                return true;
-            socketError = socket.errorString();
-            return false;
-        },
-        timeoutMs);
+    const bool ready = process.waitForStarted(timeoutMs) &&
+                       QTest::qWaitFor(
+                           [&] {
+                               QTcpSocket socket;
+                               socket.setProxy(QNetworkProxy::NoProxy);
+                               socket.connectToHost(QHostAddress::LocalHost, listenPort);
+                               if (process.state() != QProcess::Running || socket.waitForConnected(500))
+                                   return true;
+                               socketError = socket.errorString();
+                               return false;
+                           },
+                           timeoutMs);
     if (ready && process.state() == QProcess::Running)
         return true;
     const QString outcome =
-        process.state() != QProcess::NotRunning
+        process.state() == QProcess::Running
             ? QString("still not accepting on port %1 (%2)").arg(listenPort).arg(socketError)
+        : process.state() == QProcess::Starting || process.error() == QProcess::FailedToStart
+            ? "not started: " + process.errorString()
         : process.exitStatus() == QProcess::CrashExit ? "crashed: " + process.errorString()
                                                         : QString("exited with code %1").arg(process.exitCode());
     error = QString("tinyproxy did not start: %1 after %2 ms; its output: %3; its log: %4")
