@@ -206,6 +206,7 @@ void DashboardWindow::slotCertificateDelete(QString link)
     const CryptokiStorageItem item = certificateItems.at(index);
 
     QMessageBox box;
+    box.setIcon(QMessageBox::Warning); // the deletion cannot be undone
     box.setWindowTitle(tr("Confirm %1 deletion").arg(item.typeName()));
     box.setText(tr("Are you sure you want to delete:"));
     box.setInformativeText(
