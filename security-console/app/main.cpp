@@ -26,12 +26,15 @@ int main(int argc, char** argv)
     Log::setLog(OsPlatform::userLogPath(), Log::DEBUG, 3145728);
     qInstallMessageHandler(Log::messageHandler);
 
+    const bool exitCommand = argc >= 2 && QString::fromLocal8Bit(argv[1]) == "--exit";
+    if (exitCommand)
+        OsPlatform::prepareWindowlessRun();
     int result = 1;
     auto* app = new DashboardGUI(argc, argv);
     try {
         if (app->style()->objectName() != "gtk+")
             initGTK();
-        if (argc >= 2 && QString::fromLocal8Bit(argv[1]) == "--exit") {
+        if (exitCommand) {
             result = app->closeApplication();
         } else {
             Log::print(Log::DEBUG, "Prepare to start Dashboard");

@@ -55,6 +55,11 @@ QSettings* applicationSettings(QObject* parent);
 // logger library's user log on Linux (empty when the logger keeps none).
 QString userLogPath();
 
+// Called before the application object of a run that opens no window ("--exit"). On Linux
+// such a run may come from a terminal or a script without a display: Qt is then given its
+// windowless platform instead of aborting for want of a display. macOS always has one.
+void prepareWindowlessRun();
+
 // The platform name the components updater compares (getPlatform()). The component logic
 // knows the maker's names only, so every system this program builds for answers as macOS.
 QString componentPlatform();

@@ -59,4 +59,11 @@ QString userLogPath()
     return path ? QFile::decodeName(path) : QString();
 }
 
+void prepareWindowlessRun()
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+}
+
 } // namespace OsPlatform

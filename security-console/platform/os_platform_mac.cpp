@@ -48,4 +48,6 @@ QString userLogPath()
     return QDir::homePath() + QDir::separator() + "Library/Logs/" + "dashboard.log";
 }
 
+void prepareWindowlessRun() {}
+
 } // namespace OsPlatform
