@@ -158,7 +158,8 @@ class TestCryptokiWithCard : public QObject
         }
         if (expectError)
             ModalSeam::answer(QMessageBox::Ok);
-        emit(link ? link : ui()->import_cert)->linkActivated("import");
+        QLabel* target = link ? link : ui()->import_cert;
+        emit target->linkActivated("import");
         QTRY_COMPARE_WITH_TIMEOUT(ModalSeam::pending(), 0, kListingTimeout);
         waitForListing();
     }
@@ -521,7 +522,7 @@ private slots:
             if (dialog->windowTitle() != dialogTitle)
                 return;
             // Once the box runs: pull the key; the window's presence polling notices.
-            QTimer::singleShot(0, dialog, [&, dialog] {
+            QTimer::singleShot(0, dialog, [&] {
                 if (!bench.remove(0))
                     pulledError = bench.errorText();
             });
