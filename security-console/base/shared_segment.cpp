@@ -3,8 +3,9 @@
 #include "os_platform.h"
 
 #include <QFile>
+#include <QMutex>
+#include <QSet>
 
-#include <cerrno>
 #include <cstring>
 
 #include <fcntl.h>
@@ -34,6 +35,29 @@ void closeFd(int& fd)
     fd = -1;
 }
 
+// The claim on a segment is a POSIX record lock on its owner file. Such a lock belongs to the
+// process, not to the open file: a child forked by the creator does not hold it (Qt's forkfd
+// child waits for its parent before running its program, and waits for good when the parent
+// is killed in between), and the system drops it when the creator ends. The other side of
+// that: closing any descriptor of the file in the creating process drops the claim, so this
+// process never opens the owner file of a segment it holds.
+QMutex heldLock;
+QSet<QString> heldHere;
+
+bool heldByThisProcess(const QString& path)
+{
+    QMutexLocker locker(&heldLock);
+    return heldHere.contains(path);
+}
+
+struct flock wholeFile(short type)
+{
+    struct flock range = {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    return range; // from offset 0 to the end, however long
+}
+
 } // namespace
 
 SharedSegment::SharedSegment(const QString& name)
@@ -61,10 +85,11 @@ bool SharedSegment::map(int fd, int size)
 
 bool SharedSegment::create(int size)
 {
-    if (path.isEmpty() || isAttached() || size <= 0)
+    if (path.isEmpty() || isAttached() || size <= 0 || heldByThisProcess(path))
         return false;
     ownerFd = openFile(path + ".owner", O_CREAT);
-    if (ownerFd < 0 || !isOwnFile(ownerFd) || ::flock(ownerFd, LOCK_EX | LOCK_NB) != 0) {
+    struct flock claim = wholeFile(F_WRLCK);
+    if (ownerFd < 0 || !isOwnFile(ownerFd) || ::fcntl(ownerFd, F_SETLK, &claim) != 0) {
         closeFd(ownerFd);
         return false;
     }
@@ -73,6 +98,10 @@ bool SharedSegment::create(int size)
         closeFd(fd);
         closeFd(ownerFd);
         return false;
+    }
+    {
+        QMutexLocker locker(&heldLock);
+        heldHere.insert(path);
     }
     if (lock()) {
         std::memset(bytes, 0, static_cast<size_t>(size));
@@ -85,10 +114,14 @@ bool SharedSegment::attach()
 {
     if (path.isEmpty() || isAttached())
         return false;
-    // The creator holds the owner file locked; a lock this process can take means no one does.
-    int owner = openFile(path + ".owner", 0);
-    const bool held = owner >= 0 && isOwnFile(owner) && ::flock(owner, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    closeFd(owner);
+    // The creator holds a lock on the owner file; when none is there, no one holds the segment.
+    bool held = heldByThisProcess(path);
+    if (!held) {
+        int owner = openFile(path + ".owner", 0);
+        struct flock probe = wholeFile(F_WRLCK);
+        held = owner >= 0 && isOwnFile(owner) && ::fcntl(owner, F_GETLK, &probe) == 0 && probe.l_type != F_UNLCK;
+        closeFd(owner);
+    }
     if (!held)
         return false;
     int fd = openFile(path, 0);
@@ -108,7 +141,11 @@ void SharedSegment::detach()
     bytes = nullptr;
     length = 0;
     closeFd(dataFd);
-    closeFd(ownerFd); // lets go of the segment when this process created it
+    if (ownerFd >= 0) { // this process created the segment: closing the file lets go of it
+        QMutexLocker locker(&heldLock);
+        heldHere.remove(path);
+        closeFd(ownerFd);
+    }
 }
 
 bool SharedSegment::lock()

@@ -8,7 +8,9 @@
 //   <name>        the bytes, mapped by every process attached, and the cross-process lock;
 //   <name>.owner  held locked by the process that created the segment, for its whole life.
 // The segment exists while its creator holds it: when the creator detaches or dies (the
-// system drops its lock), attach() fails and the next create() succeeds.
+// system drops its lock), attach() fails and the next create() succeeds. The lock is the
+// creating process's own: a child it forked, even one left behind when it crashed, does not
+// keep the segment alive.
 class SharedSegment
 {
 public:

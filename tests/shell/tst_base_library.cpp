@@ -1,6 +1,6 @@
 // The base library with real files and real child programs: the Log facade and the logger
 // library behind it, log rotation with the real gzip, the process, environment and file
-// helpers, and where the settings live.
+// helpers, where the settings live, and the single-instance segment across processes.
 //
 // The test program is also its own child process ("--child <mode>"), so the logger's path rules
 // and the abort of the message handler can be seen from outside.
@@ -9,17 +9,23 @@
 #include "os_platform.h"
 #include "process_helpers.h"
 #include "qvlogger.h"
+#include "shared_segment.h"
 #include "test_support.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -30,6 +36,7 @@ namespace {
 
 TestHome* gHome = nullptr;
 const int kLimit = 5242880;
+const char* const kSegment = "zorvikdashboard";
 
 // The log lines of `text` without their 24-character time stamp.
 QStringList stripped(const QString& text)
@@ -61,6 +68,10 @@ int runChild(const QStringList& args, const QProcessEnvironment& env, QByteArray
 //   lines <n> <tag>         logs "<tag> <i>" for i = 0 .. n-1 through Log::print
 //   component <name> <text> logs <text> as component <name> and as the dashboard, prints both codes
 //   messages                routes Qt messages into the log, ends with a qInfo
+//   hold-segment            creates the segment, forks a child that never runs a program (as
+//                           Qt's does when its parent is killed mid-start), prints the child's
+//                           process ID and dies of SIGKILL
+//   probe-segment           prints 1 when a live process holds the segment, else 0
 int childMain(int argc, char** argv)
 {
     const QByteArray mode = argc > 2 ? argv[2] : "";
@@ -83,6 +94,24 @@ int childMain(int argc, char** argv)
         qCritical("critical line %d", 3);
         qInfo("info line %d", 4); // ends the process
         Log::print(Log::DEBUG, "still running after qInfo");
+    } else if (mode == "hold-segment") {
+        SharedSegment segment(kSegment);
+        if (!segment.create(20))
+            return 3;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const int null = ::open("/dev/null", O_RDWR);
+            for (int fd : {0, 1, 2})
+                ::dup2(null, fd);
+            ::pause();
+            ::_exit(0);
+        }
+        std::printf("%d\n", int(child));
+        std::fflush(stdout);
+        ::raise(SIGKILL);
+    } else if (mode == "probe-segment") {
+        SharedSegment segment(kSegment);
+        std::printf("%d\n", int(segment.attach()));
     } else {
         return 2;
     }
@@ -366,6 +395,37 @@ private slots:
 
     // Files before and after one rotation of "dashboard.log": "name=content", .gz archives
     // compared after decompression.
+    // The segment lives exactly as long as the process that created it: a child left behind by
+    // a killed owner does not keep it, and a second object in the owner's process neither
+    // takes it over nor lets go of it.
+    void segmentLivesWithItsCreator()
+    {
+        const QProcessEnvironment env = gHome->environment();
+        const auto heldElsewhere = [&env] {
+            QByteArray out;
+            return runChild({"probe-segment"}, env, &out) == 0 ? out.trimmed() : "probe failed";
+        };
+        QByteArray out;
+        QCOMPARE(runChild({"hold-segment"}, env, &out), -1);
+        const pid_t stray = out.trimmed().toInt();
+        QVERIFY(stray > 0);
+        const auto endStray = qScopeGuard([stray] { ::kill(stray, SIGKILL); });
+        QCOMPARE(::kill(stray, 0), 0); // still there, with the owner's files open
+        QCOMPARE(heldElsewhere(), QByteArray("0"));
+
+        SharedSegment mine(kSegment);
+        QVERIFY(mine.create(20));
+        QCOMPARE(heldElsewhere(), QByteArray("1"));
+        {
+            SharedSegment second(kSegment);
+            QVERIFY(!second.create(20));
+            QVERIFY(second.attach());
+        }
+        QCOMPARE(heldElsewhere(), QByteArray("1"));
+        mine.detach();
+        QCOMPARE(heldElsewhere(), QByteArray("0"));
+    }
+
     void rotation_data()
     {
         QTest::addColumn<QString>("subdir");
