@@ -187,6 +187,8 @@ DashboardWindow::DashboardWindow(QWidget* parent)
     ui->SSLcheckBox->setChecked(qvtoken_getSsl() != 0);
     for (QWidget* w : std::initializer_list<QWidget*>{ui->label_2, ui->PSWcomboBox})
         w->setVisible(false);
+    // The access-code controls are all the "Configuration" group holds: no empty frame.
+    ui->groupBox_2->setVisible(!ui->PSWcomboBox->isHidden());
     readAndApplyProxy();
     for (QWidget* w :
          std::initializer_list<QWidget*>{ui->proxyImportIEButton, ui->groupBox_3, ui->groupBox_debug})

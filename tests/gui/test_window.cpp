@@ -184,15 +184,15 @@ private slots:
         QCOMPARE(ui()->label_type->text(), QString());
     }
 
-    // The tabs, and what is not reachable: hidden widgets, the smartphone front end (opening it
-    // lands on the Certificates tab).
+    // The tabs, and what is not reachable: hidden widgets (no empty frame left behind), the
+    // smartphone front end (opening it lands on the Certificates tab).
     void removedTabAndHiddenWidgets()
     {
         QCOMPARE(ui()->tabs->count(), 4);
         QCOMPARE(ui()->tabs->tabText(DashboardWindow::AdvancedTab), QString("Advanced"));
         for (QWidget* hidden : std::initializer_list<QWidget*>{
-                 ui()->label_2, ui()->PSWcomboBox, ui()->proxyImportIEButton, ui()->groupBox_3, ui()->groupBox_debug,
-                 ui()->qvradius_icon, ui()->sharepoint_help, ui()->pairingGroup})
+                 ui()->groupBox_2, ui()->label_2, ui()->PSWcomboBox, ui()->proxyImportIEButton, ui()->groupBox_3,
+                 ui()->groupBox_debug, ui()->qvradius_icon, ui()->sharepoint_help, ui()->pairingGroup})
             QVERIFY2(hidden->isHidden(), qPrintable(hidden->objectName()));
         for (QObject* child : window->findChildren<QObject*>())
             QVERIFY(!child->inherits("SmartphoneTokenManager"));
